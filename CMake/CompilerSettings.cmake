@@ -1,0 +1,36 @@
+# One place for the flags that every target shares.
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+# The board has little memory: optimised, but not for speed at any size.
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(ZELAF_WARNINGS_AS_ERRORS)
+  add_compile_options(-Werror)
+endif()
+
+# A trace names its source file from the source folder on, whatever folder the build ran in.
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+
+if(ZELAF_SANITIZE)
+  add_compile_options(-fsanitize=${ZELAF_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${ZELAF_SANITIZE})
+  if(ZELAF_SANITIZE MATCHES "undefined")
+    # A finding ends the test; the default would print it and go on.
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+if(ZELAF_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
+
+find_package(Threads REQUIRED)

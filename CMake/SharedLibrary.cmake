@@ -1,0 +1,17 @@
+# zelaf_shared_library(<target> EXPORTS <version script> SOURCES <files>...)
+# A shared library with soname and version that exports exactly what its version script lists.
+function(zelaf_shared_library target)
+  cmake_parse_arguments(ARG "" "EXPORTS" "SOURCES" ${ARGN})
+  add_library(${target} SHARED ${ARG_SOURCES})
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR}
+    C_VISIBILITY_PRESET hidden
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LINK_DEPENDS "${ARG_EXPORTS}")
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${ARG_EXPORTS}" "LINKER:--no-undefined-version")
+  if(NOT ZELAF_SANITIZE)
+    target_link_options(${target} PRIVATE "LINKER:-z,defs")
+  endif()
+endfunction()

@@ -1,0 +1,6 @@
+#include "AfTrace.h"
+
+void af::endTrace(std::uint32_t code) noexcept {
+    VT_rawprintf(&AF_trace, "      code: %#lx\n", static_cast<unsigned long>(code));
+    VT_endImpl(&AF_trace);
+}

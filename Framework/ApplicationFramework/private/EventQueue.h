@@ -1,0 +1,37 @@
+/// @file
+/// The one place that opens, fills and reads the queues of the event service.
+#pragma once
+
+#include <mqueue.h>
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "CEventTask.h"
+
+namespace af {
+
+constexpr mqd_t noQueue = -1;
+constexpr unsigned int normalPriority = 0;
+constexpr unsigned int urgentPriority = 32767;
+
+/// Opens a blocking queue of ten SEventDataMessage for reading and writing, created if missing.
+mqd_t openEventQueue(const char *name, mode_t mode);
+
+/// A message whose unused bytes are zero.
+SEventDataMessage makeMessage(std::uint32_t eventId, void *data, std::uint32_t isCopied);
+
+/// The message that carries the address of another one and nothing else.
+SEventDataMessage makeAddressMessage(const SEventDataMessage *message);
+
+/// @return whether the queue took the message; blocks while it is full.
+bool sendMessage(mqd_t queue, const SEventDataMessage &message, unsigned int priority);
+
+/// Waits for a message; what a short one does not fill is zero.
+/// @return as mq_receive.
+ssize_t receiveMessage(mqd_t queue, SEventDataMessage &message);
+
+/// Removes one message that is there; never waits.
+void discardMessage(mqd_t queue);
+
+} // namespace af

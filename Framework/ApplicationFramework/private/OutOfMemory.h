@@ -1,0 +1,22 @@
+/// @file
+/// The boundary at which the allocator's exception becomes a result code.
+#pragma once
+
+#include <new>
+#include <utility>
+
+#include "EAFResult.h"
+
+namespace af {
+
+/// Runs a step that either succeeds or leaves everything as it was.
+template <class Step>
+EAFResult withOutOfMemoryAsCode(Step &&step) {
+    try {
+        return std::forward<Step>(step)();
+    } catch (const std::bad_alloc &) {
+        return eAF_E_OUT_OF_MEMORY;
+    }
+}
+
+} // namespace af

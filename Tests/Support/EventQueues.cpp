@@ -1,0 +1,68 @@
+#include "EventQueues.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <sched.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <thread>
+#include <utility>
+
+#include "CApplicationFramework.h"
+#include "CFrameworkUtils.h"
+
+void test::useOwnServerPort() {
+    // The configuration record takes any 32-bit port, so the process id serves as it is.
+    std::array<std::int32_t, 9> configuration{};
+    configuration[8] = getpid();
+    CApplicationFramework_FinalInitialization(configuration.data());
+}
+
+std::string test::queueName(const std::string &suffix) {
+    std::array<char, 512> name{};
+    CFrameworkUtils_GetMQueueName(name.data(), static_cast<std::int32_t>(name.size()), suffix.c_str());
+    return name.data();
+}
+
+test::QueueCleaner::QueueCleaner(std::vector<std::string> suffixes) : m_suffixes(std::move(suffixes)) {
+    unlinkAll();
+}
+
+test::QueueCleaner::~QueueCleaner() {
+    unlinkAll();
+}
+
+void test::QueueCleaner::unlinkAll() const {
+    for (const std::string &suffix : m_suffixes) {
+        mq_unlink(queueName(suffix).c_str());
+    }
+}
+
+bool test::queueExists(const std::string &name) {
+    return messagesIn(name) >= 0;
+}
+
+long test::messagesIn(const std::string &name) {
+    const mqd_t queue = mq_open(name.c_str(), O_RDONLY);
+    if (queue == -1) {
+        return -1;
+    }
+    mq_attr attributes{};
+    mq_getattr(queue, &attributes);
+    mq_close(queue);
+    return attributes.mq_curmsgs;
+}
+
+bool test::eventually(const std::function<bool()> &condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}

@@ -1,0 +1,42 @@
+/// @file
+/// Real message queues for tests of the event service.
+#pragma once
+
+#include <mqueue.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// Gives this process a server port of its own, so that tests run side by side.
+void useOwnServerPort();
+
+/// The name of the queue that belongs to a suffix in this process.
+std::string queueName(const std::string &suffix);
+
+/// Removes this process's queues with these suffixes when it goes, and before the test begins.
+class QueueCleaner {
+public:
+    explicit QueueCleaner(std::vector<std::string> suffixes);
+    ~QueueCleaner();
+    void unlinkAll() const;
+    QueueCleaner(const QueueCleaner &) = delete;
+    QueueCleaner &operator=(const QueueCleaner &) = delete;
+
+private:
+    std::vector<std::string> m_suffixes;
+};
+
+/// Whether a queue of this name exists.
+bool queueExists(const std::string &name);
+
+/// Messages that wait in a queue; -1 when there is none of the name.
+long messagesIn(const std::string &name);
+
+/// Waits, with a deadline far beyond what is needed, until another thread has made the condition true.
+/// @return whether it came true.
+bool eventually(const std::function<bool()> &condition);
+
+} // namespace test
