@@ -31,7 +31,8 @@ GCL_API uint32_t CHashTable_Destruct(CHashTable *table);
 GCL_API uint32_t CHashTable_Set(CHashTable *table, const char *key, void *value);
 
 /// @param value  receives the key's value; left alone when the key is absent.
-/// @retval GCL_NOT_IN_LIST  the key is absent.
+/// @retval GCL_NOT_IN_LIST       the key is absent.
+/// @retval GCL_INVALID_ARGUMENT  null table, key or value.
 GCL_API uint32_t CHashTable_Get(const CHashTable *table, const char *key, void **value);
 
 /// @return the number of entries.

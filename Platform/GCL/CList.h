@@ -1,7 +1,8 @@
 /// @file
 /// Doubly linked list of untyped elements. The list owns its nodes, never the elements. An all-zero record is
 /// a valid empty list. Results are 32-bit codes: 0 done, GCL_LAST_ELEMENT still a success, 0x8000 or more an
-/// error. One thread at a time.
+/// error; a null list, or a null place for a result that is not optional, is GCL_INVALID_ARGUMENT, or "empty" and
+/// "not found" where an answer is returned. One thread at a time.
 #pragma once
 
 #include <stdint.h>

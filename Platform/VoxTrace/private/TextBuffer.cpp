@@ -22,7 +22,6 @@ void TextBuffer::append(std::string_view text) noexcept {
     }
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks printf arguments, not those of a parameter pack
 void TextBuffer::appendFormat(const char *format, ...) noexcept {
     std::va_list arguments;
     va_start(arguments, format);

@@ -7,6 +7,7 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cinttypes>
 #include <cstring>
@@ -130,8 +131,9 @@ private:
         record.remove_suffix(1);
         for (auto end = record.find('\n'); end != std::string_view::npos; end = record.find('\n')) {
             append(record.substr(0, end), out);
-            append(" |", out);
-            record.remove_prefix(end + indentation.size());
+            append(" | ", out);
+            record.remove_prefix(end + 1);
+            record.remove_prefix(std::min(record.find_first_not_of(' '), indentation.size()));
         }
         append(record, out);
     }
@@ -232,10 +234,14 @@ void TraceOutput::layOut(const RecordOrigin &origin, std::string_view lines, boo
     prctl(PR_GET_NAME, thread);
 
     m_record.clear();
-    m_record.appendFormat("[%5lld.%06lld] %-7s [%s] ", static_cast<long long>(now / 1000000),
-                          static_cast<long long>(now % 1000000), nameOf(origin.level), thread);
+    m_record.appendFormat("[%5lld.%06lld] %-7s [", static_cast<long long>(now / 1000000),
+                          static_cast<long long>(now % 1000000), nameOf(origin.level));
+    appendPrintable(thread, m_record);
+    m_record.append("] ");
     if (origin.domain != nullptr) {
-        m_record.appendFormat("(%s) ", origin.domain);
+        m_record.append("(");
+        appendPrintable(origin.domain, m_record);
+        m_record.append(") ");
     }
     m_record.appendFormat("%s:%" PRIu32 " %s:", orNull(origin.header.file), origin.header.line,
                           orNull(origin.header.function));

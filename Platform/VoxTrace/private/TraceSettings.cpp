@@ -201,7 +201,6 @@ TraceSettings readTraceSettings() {
     return settings;
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks printf arguments, not those of a parameter pack
 void complain(const char *format, ...) noexcept {
     TextBuffer text;
     text.append("voxtrace: ");
