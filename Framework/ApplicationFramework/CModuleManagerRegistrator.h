@@ -46,6 +46,6 @@ public:
                                       unsigned int noOfPhaseFilterElements);
 
 private:
-    ModuleInterface *module;
-    bool registered;
+    ModuleInterface *m_module;
+    bool m_registered;
 };

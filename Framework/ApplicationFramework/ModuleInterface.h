@@ -87,12 +87,12 @@ public:
     static EAFResult onPhaseActivationWrapper(void *context, unsigned int phaseId, ECallbackPriority priority);
 
 private:
-    unsigned int id;
-    std::string name;
-    unsigned int radioChannelId;
-    unsigned int batchId;
-    std::vector<unsigned int> phaseFilter;
-    SModuleCallback callback;
+    unsigned int m_id;
+    std::string m_name;
+    unsigned int m_radioChannelId;
+    unsigned int m_batchId;
+    std::vector<unsigned int> m_phaseFilter;
+    SModuleCallback m_callback;
     // Last: it registers with all of the above in place, and unregisters before any of it goes.
-    CModuleManagerRegistrator registrator;
+    CModuleManagerRegistrator m_registrator;
 };

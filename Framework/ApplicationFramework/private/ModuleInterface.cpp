@@ -50,20 +50,19 @@ std::vector<unsigned int> copyOfFilter(const unsigned int *phaseFilter, unsigned
 
 // CModuleManagerRegistrator
 
-CModuleManagerRegistrator::CModuleManagerRegistrator(ModuleInterface &ownModule)
-    : module(&ownModule), registered(false) {
+CModuleManagerRegistrator::CModuleManagerRegistrator(ModuleInterface &module) : m_module(&module), m_registered(false) {
     Register();
 }
 
-CModuleManagerRegistrator::CModuleManagerRegistrator(ModuleInterface &ownModule, deferred_registration_tag)
-    : module(&ownModule), registered(false) {}
+CModuleManagerRegistrator::CModuleManagerRegistrator(ModuleInterface &module, deferred_registration_tag)
+    : m_module(&module), m_registered(false) {}
 
 CModuleManagerRegistrator::CModuleManagerRegistrator(CModuleManagerRegistrator &&other) noexcept
-    : module(std::exchange(other.module, nullptr)), registered(std::exchange(other.registered, false)) {}
+    : m_module(std::exchange(other.m_module, nullptr)), m_registered(std::exchange(other.m_registered, false)) {}
 
 CModuleManagerRegistrator &CModuleManagerRegistrator::operator=(CModuleManagerRegistrator &&other) noexcept {
-    std::swap(module, other.module);
-    std::swap(registered, other.registered);
+    std::swap(m_module, other.m_module);
+    std::swap(m_registered, other.m_registered);
     return *this;
 }
 
@@ -73,9 +72,9 @@ CModuleManagerRegistrator::~CModuleManagerRegistrator() {
 
 EAFResult CModuleManagerRegistrator::Register() {
     EAFResult result = eAF_W_ALREADY_REGISTERED;
-    if (!registered) {
-        result = CModuleManager::GetInstance().RegisterModule(module);
-        registered = !af::isError(result);
+    if (!m_registered) {
+        result = CModuleManager::GetInstance().RegisterModule(m_module);
+        m_registered = !af::isError(result);
     }
     static const VoxTraceHeader header = {__FILE__, __LINE__, __func__};
     log(registrationResultLevel, header, "CModuleManagerRegistrator::Register() AfResult: ", &result);
@@ -84,9 +83,9 @@ EAFResult CModuleManagerRegistrator::Register() {
 
 EAFResult CModuleManagerRegistrator::Unregister() {
     EAFResult result = eAF_E_NOT_REGISTERED;
-    if (registered) {
-        result = CModuleManager::GetInstance().UnRegisterModule(module);
-        registered = af::isError(result);
+    if (m_registered) {
+        result = CModuleManager::GetInstance().UnRegisterModule(m_module);
+        m_registered = af::isError(result);
     }
     static const VoxTraceHeader header = {__FILE__, __LINE__, __func__};
     // The destructor's name stands here on every path; log readers look for it.
@@ -97,25 +96,25 @@ EAFResult CModuleManagerRegistrator::Unregister() {
 EAFResult CModuleManagerRegistrator::RegisterCallbackVariant(ECallbackPriority priority, unsigned int batchId,
                                                              unsigned int *phaseFilter,
                                                              unsigned int noOfPhaseFilterElements) {
-    return CModuleManager::GetInstance().RegisterCallbackVariant(module, priority, batchId, phaseFilter,
+    return CModuleManager::GetInstance().RegisterCallbackVariant(m_module, priority, batchId, phaseFilter,
                                                                  noOfPhaseFilterElements);
 }
 
 // ModuleInterface
 
-ModuleInterface::ModuleInterface(unsigned int ownId, const std::string &ownName, unsigned int ownRadioChannelId,
-                                 unsigned int ownBatchId, const unsigned int *ownPhaseFilter,
+ModuleInterface::ModuleInterface(unsigned int id, const std::string &name, unsigned int radioChannelId,
+                                 unsigned int batchId, const unsigned int *phaseFilter,
                                  unsigned int noOfPhaseFilterElements)
-    : id(ownId), name(ownName), radioChannelId(ownRadioChannelId), batchId(ownBatchId),
-      phaseFilter(copyOfFilter(ownPhaseFilter, noOfPhaseFilterElements)), callback{this, &onPhaseActivationWrapper},
-      registrator(*this) {}
+    : m_id(id), m_name(name), m_radioChannelId(radioChannelId), m_batchId(batchId),
+      m_phaseFilter(copyOfFilter(phaseFilter, noOfPhaseFilterElements)), m_callback{this, &onPhaseActivationWrapper},
+      m_registrator(*this) {}
 
-ModuleInterface::ModuleInterface(deferred_registration_tag deferred, unsigned int ownId, const std::string &ownName,
-                                 unsigned int ownRadioChannelId, unsigned int ownBatchId,
-                                 const unsigned int *ownPhaseFilter, unsigned int noOfPhaseFilterElements)
-    : id(ownId), name(ownName), radioChannelId(ownRadioChannelId), batchId(ownBatchId),
-      phaseFilter(copyOfFilter(ownPhaseFilter, noOfPhaseFilterElements)), callback{this, &onPhaseActivationWrapper},
-      registrator(*this, deferred) {}
+ModuleInterface::ModuleInterface(deferred_registration_tag deferred, unsigned int id, const std::string &name,
+                                 unsigned int radioChannelId, unsigned int batchId, const unsigned int *phaseFilter,
+                                 unsigned int noOfPhaseFilterElements)
+    : m_id(id), m_name(name), m_radioChannelId(radioChannelId), m_batchId(batchId),
+      m_phaseFilter(copyOfFilter(phaseFilter, noOfPhaseFilterElements)), m_callback{this, &onPhaseActivationWrapper},
+      m_registrator(*this, deferred) {}
 
 ModuleInterface::~ModuleInterface() = default;
 
@@ -220,42 +219,42 @@ AF_UNIMPLEMENTED_HANDLER(onPhaseEnableAlarmThread)
 #undef AF_UNIMPLEMENTED_HANDLER
 
 unsigned int ModuleInterface::getId() const {
-    return id;
+    return m_id;
 }
 
 const std::string &ModuleInterface::getName() const {
-    return name;
+    return m_name;
 }
 
 unsigned int ModuleInterface::getRadioChannelId() const {
-    return radioChannelId;
+    return m_radioChannelId;
 }
 
 unsigned int ModuleInterface::getBatchId() const {
-    return batchId;
+    return m_batchId;
 }
 
 unsigned int *ModuleInterface::getPhaseFilter() {
-    return phaseFilter.empty() ? nullptr : phaseFilter.data();
+    return m_phaseFilter.empty() ? nullptr : m_phaseFilter.data();
 }
 
 unsigned int ModuleInterface::getNoOfPhaseFilterElements() const {
-    return static_cast<unsigned int>(phaseFilter.size());
+    return static_cast<unsigned int>(m_phaseFilter.size());
 }
 
 SModuleCallback *ModuleInterface::getCallback() {
-    return &callback;
+    return &m_callback;
 }
 
 EAFResult ModuleInterface::RegisterModule() {
-    return registrator.Register();
+    return m_registrator.Register();
 }
 
 EAFResult ModuleInterface::UnregisterModule() {
-    return registrator.Unregister();
+    return m_registrator.Unregister();
 }
 
-EAFResult ModuleInterface::RegisterCallbackVariant(ECallbackPriority priority, unsigned int ofBatchId,
-                                                   unsigned int *ofPhaseFilter, unsigned int noOfPhaseFilterElements) {
-    return registrator.RegisterCallbackVariant(priority, ofBatchId, ofPhaseFilter, noOfPhaseFilterElements);
+EAFResult ModuleInterface::RegisterCallbackVariant(ECallbackPriority priority, unsigned int batchId,
+                                                   unsigned int *phaseFilter, unsigned int noOfPhaseFilterElements) {
+    return m_registrator.RegisterCallbackVariant(priority, batchId, phaseFilter, noOfPhaseFilterElements);
 }
