@@ -17,7 +17,7 @@ if(ZELAF_WARNINGS_AS_ERRORS)
 endif()
 
 # A trace names its source file from the source folder on, whatever folder the build ran in.
-add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
 if(ZELAF_SANITIZE)
   add_compile_options(-fsanitize=${ZELAF_SANITIZE} -fno-omit-frame-pointer)

@@ -6,8 +6,10 @@
 /// Ownership      Records handed in by pointer stay the caller's and must outlive their registration.
 ///                Names are copied unless the description says otherwise.
 /// Threads        Where nothing is said, one thread at a time: the host's control thread.
-/// Memory         Where memory runs out an operation gives eAF_E_OUT_OF_MEMORY and changes nothing.
-/// Exceptions     None leaves a flat operation but the one that CModuleManager_RegisterCallback names.
+/// Memory         Where memory runs out an operation gives eAF_E_OUT_OF_MEMORY, untraced, and changes nothing,
+///                unless its description says otherwise.
+/// Exceptions     None leaves a flat operation but the one that CModuleManager_RegisterCallback names. Callbacks
+///                must not throw: what they throw passes through the operation that called them.
 /// Tracing        "Traced" means one record: the message, then the line "      code: %#lx\n".
 #pragma once
 

@@ -27,7 +27,8 @@ AF_API EAFResult CApplicationFramework_Initialize(void);
 AF_API EAFResult CApplicationFramework_UnInitialize(void);
 
 /// Puts an application at the head of the list: the last one registered is initialized first. One that is
-/// registered twice is called twice.
+/// registered twice is called twice. Where memory runs out the application is counted but not listed, and the
+/// result is eAF_S_OK.
 /// @retval eAF_E_NOT_INITIALIZED   before CApplicationFramework_Initialize; traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null descriptor; traced.
 AF_API EAFResult CApplicationFramework_RegisterApplication(SApplicationDescriptor *descriptor);
@@ -35,7 +36,8 @@ AF_API EAFResult CApplicationFramework_RegisterApplication(SApplicationDescripto
 /// Initializes every application, also after one failed, then runs group 0 for all radio channels.
 /// @retval eAF_E_NOT_INITIALIZED   before CApplicationFramework_Initialize; traced.
 /// @retval eAF_E_NO_APPLICATION    none is registered; traced.
-/// @retval eAF_E_FAILED            an application failed (each is traced by name): group 0 was not run.
+/// @retval eAF_E_FAILED            an application failed (traced by name where it has one) or the list could not
+///                                 be gone through (traced): group 0 was not run.
 /// @return otherwise eAF_S_OK, or the runner's own error, which is traced as eAF_E_FAILED.
 AF_API EAFResult CApplicationFramework_Start(void);
 

@@ -15,7 +15,8 @@
 
 AF_EXTERN_C_BEGIN
 
-/// What a pump calls. The listener owns it and keeps it while the event handler is initialized.
+/// What a pump calls. The listener owns it and keeps it while the event handler is initialized
+/// and until its own last pump has returned.
 typedef struct SListenerCallback {
     void *context; ///< Handed back as the first argument.
     /// @param data  the message's data word: null, the firing caller's pointer, or a copy that is freed when
@@ -31,7 +32,7 @@ typedef struct SEventHandlerStatistics {
     uint32_t maxNoOfListeners;
     uint32_t noOfErrorResponses; ///< Callbacks that returned 0x8000 or more.
     uint32_t noOfPumpedEvents;   ///< Messages handed to a callback.
-    uint32_t noOfCacheMisses;    ///< Look-ups that went past the cache; adding a filtered listener clears it.
+    uint32_t noOfCacheMisses;    ///< Firings of known events past the cache; a filtered listener clears it.
 } SEventHandlerStatistics;
 
 /// Reserves room for events and listeners, raises the process's limit of message-queue bytes and starts the
@@ -56,7 +57,8 @@ AF_API EAFResult CEventHandler_RegisterEvent(uint32_t eventId, const char *name)
 /// @param callback          kept, not copied.
 /// @param eventFilter       the ids to hear, kept, not copied; an entry listed twice is served twice. Null, or a
 ///                          count of 0, hears every event registered so far and none registered later.
-/// @param name              at most 29 bytes are kept; the queue is named by the whole text.
+/// @param name              at most 29 bytes are kept; the queue is named by the whole text, up to 255 bytes
+///                          with its prefix.
 /// @param handle            receives the handle for the pumps, also when a filter entry is unknown.
 /// @retval eAF_E_NOT_INITIALIZED         traced.
 /// @retval eAF_E_INVALID_ARGUMENT        null callback, name or handle, or an empty name; not traced.
@@ -99,15 +101,16 @@ AF_API EAFResult CEventHandler_FireUrgentEventWithCopiedData(uint32_t eventId, c
 AF_API EAFResult CEventHandler_FireEventFromMessageInternal(SEventDataMessage *message);
 
 /// Waits for the listener's next message and runs its callback on this thread. A callback's warning or error
-/// is traced with the listener's name. An errno that already reads EINTR drops the message: keep it clear.
+/// is traced with the listener's name, and so is a handle that is not below the capacity. An errno that already reads
+/// EINTR drops the message: keep it clear.
 AF_API void CEventHandler_PumpEvent(uint32_t handle);
 
-/// As CEventHandler_PumpEvent, waiting too; a failed receive is not traced.
+/// As CEventHandler_PumpEvent, waiting too; of the receives that give nothing only the empty message is traced.
 /// @return 1 if a callback ran, else 0; a plain number.
 AF_API uint32_t CEventHandler_PumpEventIfAvailable(uint32_t handle);
 
-/// Wakes a waiting pump with an empty message, which CEventHandler_PumpEvent traces as a failed receive. Any
-/// thread may call; blocks while the queue is full.
+/// Wakes a waiting pump with an empty message, which both pumps trace as a failed receive. Any thread may call;
+/// blocks while the queue is full. A handle that is not below the capacity is traced.
 AF_API void CEventHandler_SendEmptyMessage(uint32_t handle);
 
 /// @param name  receives the registry's own text, valid until UnInitialize; null when unknown.

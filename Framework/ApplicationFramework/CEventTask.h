@@ -27,7 +27,7 @@ typedef struct SEventDataMessage {
 /// The operations of a task. Each takes the task, a CEventTask, as its first argument.
 typedef struct ITask {
     /// Starts the worker and opens its queue "/<user>_<server port>_<name>", cut to 19 bytes. A task whose
-    /// earlier worker is still leaving may be created anew.
+    /// earlier worker is still leaving may be created anew. The worker inherits the caller's scheduling.
     /// @param priority     stored as one byte, not used.
     /// @param stackSize    bytes; at most 16384 are asked for, and what the system refuses is ignored.
     /// @param messageSize  ignored: the queue's messages are one SEventDataMessage.
@@ -48,7 +48,7 @@ typedef struct ITask {
     /// @retval eAF_E_FAILED  the message could not be sent.
     EAFResult (*Stop)(void *task);
 
-    /// @return 1 while the worker is in its main loop, else 0. Any thread may ask.
+    /// @return 1 while the worker is in its main loop, else 0, and 0 from Destroy on. Any thread may ask.
     uint32_t (*IsRunning)(void *task);
 
     /// Destroys the semaphore, closes the queue and unlinks it, without waiting for the worker, which does the

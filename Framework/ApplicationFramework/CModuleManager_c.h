@@ -8,6 +8,10 @@
 
 #include <stdint.h>
 
+#ifdef __cplusplus
+#include <string>
+#endif
+
 #include "AFExport.h"
 #include "EAFResult.h"
 
@@ -109,7 +113,7 @@ AF_API uint32_t CModuleManager_GetNumberOfRegisteredModules(void);
 /// of phases. Registering again registers a further call. Phases that join the batch later are not served.
 /// @param radioChannel      1 to 4 or ALL_RADIO_CHANNELS; not checked.
 /// @param callback          kept, not copied; the runner takes a null one for a callback that failed with
-///                          eAF_E_INVALID_ARGUMENT.
+///                          eAF_E_INVALID_ARGUMENT, and so one without a function.
 /// @param priority          not checked; above LOWEST it never runs.
 /// @param phaseFilter       phase ids, or null for all phases of the batch; read during the call only.
 /// @param phaseFilterCount  number of ids; 0 exactly when phaseFilter is null.
@@ -131,7 +135,8 @@ AF_API EAFResult CModuleManager_RegisterCallback(uint32_t moduleId, const char *
 /// @param returnOption  0 runs everything and reports at the end; any other value stops at the first failure.
 /// @retval eAF_E_INVALID_ARGUMENT  another channel; traced.
 /// @retval eAF_E_FAILED            unknown group (asked for first), unknown phase, or a callback that failed
-///                                 (its own code is in the trace); traced.
+///                                 (its own code is in the trace); traced. Also when a callback emptied the
+///                                 registry, which ends the run without a trace.
 AF_API EAFResult CModuleManager_RunGroupWithReturnOption(uint32_t groupId, uint32_t radioChannel,
                                                          uint32_t returnOption);
 
@@ -178,8 +183,6 @@ AF_API EAFResult CModuleManager_ResetStatistics(void);
 AF_EXTERN_C_END
 
 #ifdef __cplusplus
-#include <string>
-
 /// The priority's name, "UNKNOWN" for 7 and above.
 AF_API std::string getECallbackPriorityName(ECallbackPriority priority);
 #endif

@@ -4,8 +4,8 @@
 
 #include <stdint.h>
 
-/// The one table of codes: name, value, meaning. The enumeration, AfResult::toString and the
-/// documentation's table are all made from it.
+/// The one table of codes: name, value, meaning. The enumeration and AfResult::toString are
+/// made from it.
 ///
 /// 0x0000 success, 0x0100 information, 0x0800 debug, 0x1000 warnings, 0x8000 errors. A code is an error
 /// exactly when it is 0x8000 or more. The debug codes, eAF_I_INFO and eAF_I_LOG_ALWAYS are returned by no

@@ -22,10 +22,10 @@ void endTrace(std::uint32_t code) noexcept;
 /// Traces one message under a function's name; the arguments are evaluated only when the level is enabled.
 ///
 /// The level test stands at the site: a disabled trace costs no more than that. The threshold is read before
-/// the code is mapped, as every site of the platform does.
+/// the code is mapped.
 #define AF_TRACE_AS(label, traceCode, ...)                                                                             \
     do {                                                                                                               \
-        const std::int32_t afThreshold = AF_trace.level;                                                               \
+        const std::int32_t afThreshold = __atomic_load_n(&AF_trace.level, __ATOMIC_RELAXED);                           \
         const std::int32_t afLevel = CKivTraceHandler_DmLevel2VtLevel(traceCode);                                      \
         if (afThreshold >= afLevel) {                                                                                  \
             static const VoxTraceHeader afHeader = {__FILE__, __LINE__, label};                                        \

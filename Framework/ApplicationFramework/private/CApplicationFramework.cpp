@@ -21,6 +21,9 @@ std::uint32_t applicationCount;
 CList applications;
 bool initialized;
 
+/// Counts the lists that there were, so that a start notices an application that took its list away.
+std::uint32_t listsMade;
+
 // Written by the control thread, read by every thread that names a queue.
 std::atomic<std::int32_t> serverPort;
 
@@ -40,6 +43,7 @@ bool initialize(const SApplicationDescriptor &application) {
 /// Newest first, every one of them, whatever fails.
 /// @return whether all could be reached and succeeded.
 bool initializeApplications() {
+    const std::uint32_t ownList = listsMade;
     CListIterator iterator{};
     std::uint32_t step = CList_StartIterationFromHead(&applications, &iterator);
     bool allSucceeded = true;
@@ -50,6 +54,9 @@ bool initializeApplications() {
         if (!af::isError(step)) {
             allSucceeded = initialize(*static_cast<const SApplicationDescriptor *>(element)) && allSucceeded;
             more = step != lastElement;
+            if (listsMade != ownList) {
+                step = eAF_E_FAILED;
+            }
         }
     }
     if (af::isError(step)) {
@@ -63,6 +70,7 @@ bool initializeApplications() {
 
 EAFResult CApplicationFramework_Initialize(void) {
     applicationCount = 0;
+    ++listsMade;
     if (initialized) {
         // The list is built anew; what the old one held is forgotten, its nodes are not leaked.
         CList_Destruct(&applications);
@@ -74,6 +82,7 @@ EAFResult CApplicationFramework_Initialize(void) {
 
 EAFResult CApplicationFramework_UnInitialize(void) {
     CEventHandler_UnInitialize();
+    ++listsMade;
     CList_Destruct(&applications);
     initialized = false;
     return eAF_S_OK;

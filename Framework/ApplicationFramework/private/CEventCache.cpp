@@ -1,5 +1,7 @@
 #include "CEventCache.h"
 
+#include <sched.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -12,8 +14,12 @@ namespace {
 /// In a cache's `next`: a thread is inserting. Whoever meets it does not wait for that thread.
 constexpr std::uint32_t insertionHeld = 0x80000000u;
 
-/// How often a thread asks for the insertion before it leaves the key to a later miss.
+/// How often a thread asks for the insertion before it lets others run, and how often it does that before it
+/// leaves the key to a later miss.
 constexpr int insertionAttempts = 64;
+constexpr int insertionRounds = 5;
+
+static_assert(__atomic_always_lock_free(sizeof(SEventCacheEntry), nullptr), "entries are read and written whole");
 
 /// Set by the first construction, never cleared, shared by all caches.
 std::atomic<bool> everConstructed;
@@ -49,11 +55,14 @@ bool findKey(const CEventCache &cache, std::uint32_t key, std::uint32_t &value) 
 
 /// @param slot  receives the slot to write. Endowed with it, this thread alone writes until it stores `next`.
 bool takeInsertion(CEventCache &cache, std::uint32_t &slot) {
-    for (int attempt = 0; attempt < insertionAttempts; ++attempt) {
+    for (int attempt = 1; attempt <= insertionRounds * insertionAttempts; ++attempt) {
         slot = af::loadAcquire(cache.next);
         if ((slot & insertionHeld) == 0 && __atomic_compare_exchange_n(&cache.next, &slot, slot | insertionHeld, false,
                                                                        __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) {
             return true;
+        }
+        if (attempt % insertionAttempts == 0) {
+            sched_yield();
         }
     }
     return false;

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 
@@ -400,21 +401,22 @@ bool findListener(std::uint32_t handle, PumpedListener &listener) {
     return true;
 }
 
-/// Frees the copy that a message brought along.
-void release(const SEventDataMessage &message) {
-    if (message.isCopied != 0) {
-        delete[] static_cast<char *>(message.pData);
-    }
+/// The copy that a message brought along, freed also when the callback throws.
+using Copy = std::unique_ptr<char[]>;
+
+Copy takeCopy(const SEventDataMessage &message) {
+    return Copy(message.isCopied != 0 ? static_cast<char *>(message.pData) : nullptr);
 }
 
 void deliver(const PumpedListener &listener, const SEventDataMessage &message) {
+    Copy copy = takeCopy(message);
     EAFResult result = eAF_E_INVALID_ARGUMENT;
     if (listener.callback != nullptr && listener.callback->function != nullptr) {
         result =
             listener.callback->function(listener.callback->context, message.eventId, message.pData, listener.callback);
     }
     noOfPumpedEvents.fetch_add(1, std::memory_order_relaxed);
-    release(message);
+    copy.reset();
     if (af::isError(result)) {
         noOfErrorResponses.fetch_add(1, std::memory_order_relaxed);
         AF_TRACE_AS(pumpLabel, eAF_E_FAILED, "Error response from listener %s", listener.name);
@@ -437,7 +439,7 @@ bool pump(std::uint32_t handle, FailedReceive failedReceive) {
     // An interruption is told by errno alone, which a successful receive leaves as it was: the pump does not
     // clear it, so what an earlier call of this thread left there drops the message.
     if (errno == EINTR) {
-        release(message);
+        takeCopy(message);
         return false;
     }
     if (received <= 0) {
@@ -447,7 +449,7 @@ bool pump(std::uint32_t handle, FailedReceive failedReceive) {
         return false;
     }
     if (message.eventId == EVENT_ID_STOP) {
-        release(message);
+        takeCopy(message);
         return false;
     }
     deliver(listener, message);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -43,6 +44,8 @@ struct TaskRun {
     bool isQueueOpen;
     bool isCloseDue; ///< Closed for everybody; the last user closes the descriptor.
     std::uint32_t queueUsers;
+    std::uint32_t leavings; ///< How often one of them was done.
+    std::condition_variable userLeft;
 
     char queueName[sizeof CEventTask::queueName];
     char taskName[sizeof CEventTask::taskName];
@@ -75,6 +78,10 @@ void freeIfOver(TaskRun *run) {
 /// Ends the run's claim on the task's record, where its worker counts as gone. Call with runsLock held.
 void giveUp(TaskRun *run) {
     run->runFlag.store(false);
+    if (run->hasWorker && (run->isQueueOpen || run->isCloseDue)) {
+        // Nobody may have stopped it, or Stop's message may have been lost: it would wait for ever.
+        af::wakeReceiver(run->queue);
+    }
     af::storeRelease(run->task->running, std::uint32_t{0});
     run->task = nullptr;
     freeIfOver(run);
@@ -113,11 +120,6 @@ bool destroySemaphore(TaskRun &run) {
     return sem_destroy(&run.task->semaphore) == 0;
 }
 
-void take(sem_t &semaphore) {
-    while (sem_wait(&semaphore) != 0 && errno == EINTR) {
-    }
-}
-
 /// The task's queue for the length of one call on it; -1 when none is open.
 class QueueUse {
 public:
@@ -146,6 +148,8 @@ public:
             m_run->isCloseDue = false;
             mq_close(m_run->queue);
         }
+        ++m_run->leavings;
+        m_run->userLeft.notify_one();
         freeIfOver(m_run);
     }
 
@@ -153,6 +157,13 @@ public:
     QueueUse &operator=(const QueueUse &) = delete;
 
     mqd_t queue() const { return m_queue; }
+
+    /// Tells the worker to leave. It is this use's worker, whatever became of the task since.
+    void stopWorker() const {
+        if (m_run != nullptr) {
+            m_run->runFlag.store(false);
+        }
+    }
 
 private:
     void enter() {
@@ -181,30 +192,39 @@ void handleMessage(SEventDataMessage &message) {
 }
 
 void enterMainLoop(TaskRun &run) {
-    const std::lock_guard<std::mutex> lock(runsLock);
-    if (run.task == nullptr) {
-        return;
-    }
-    // Create has given the semaphore before this thread began, so this does not wait for Start, or at all.
-    if (run.hasSemaphore) {
-        take(run.task->semaphore);
-    }
-    af::storeRelease(run.task->running, std::uint32_t{1});
-}
-
-/// Lets the senders that are blocked on the full queue finish: nobody else would read it any more.
-void drainForBlockedSenders(TaskRun &run) {
     std::unique_lock<std::mutex> lock(runsLock);
-    while (run.isQueueOpen && run.queueUsers != 0) {
+    // Create has given the semaphore before this thread began, so this does not wait for Start, or at all. Should
+    // somebody hold it all the same, the lock is not held meanwhile: the task may be destroyed.
+    while (run.task != nullptr && run.hasSemaphore && sem_trywait(&run.task->semaphore) != 0) {
         lock.unlock();
-        af::discardMessage(run.queue);
         sched_yield();
         lock.lock();
+    }
+    if (run.task != nullptr) {
+        af::storeRelease(run.task->running, std::uint32_t{1});
+    }
+}
+
+/// Lets the senders that are blocked on the full queue finish: nobody else would read it any more. None joins
+/// them, the queue is closed for everybody. Call with runsLock held.
+void drainForBlockedSenders(TaskRun &run, std::unique_lock<std::mutex> &lock) {
+    while (run.isCloseDue) {
+        const std::uint32_t seen = run.leavings;
+        ++run.queueUsers;
+        lock.unlock();
+        while (af::discardMessage(run.queue)) {
+        }
+        lock.lock();
+        if (--run.queueUsers == 0) {
+            run.isCloseDue = false;
+            mq_close(run.queue);
+        } else if (run.leavings == seen) {
+            run.userLeft.wait(lock);
+        }
     }
 }
 
 void leave(TaskRun &run) {
-    drainForBlockedSenders(run);
     std::unique_lock<std::mutex> lock(runsLock);
     if (run.task != nullptr) {
         af::storeRelease(run.task->running, std::uint32_t{0});
@@ -212,6 +232,7 @@ void leave(TaskRun &run) {
     const bool isClosed = closeQueue(run);
     const bool isUnlinked = unlinkQueue(run) == 0;
     const bool isSemaphoreDestroyed = destroySemaphore(run);
+    drainForBlockedSenders(run, lock);
     lock.unlock();
     if (!isClosed) {
         AF_TRACE_AS("CEventTask_OsProcess", eAF_W_WARNING, "Could not close the queue.");
@@ -251,6 +272,8 @@ extern "C" void *CEventTask_OsProcess(void *argument) {
             // Also the first turns of a worker that is faster than Create opens the queue.
             AF_TRACE(eAF_DEBUG, "EventTask (%s): Receive from queue failed, error %s", run.taskName,
                      std::strerror(error));
+            // Create may need this processor to store the descriptor.
+            sched_yield();
         }
     }
     leave(run);
@@ -277,27 +300,35 @@ bool createWorker(TaskRun &run, pthread_t &threadHandle, std::uint32_t stackSize
     return isCreated;
 }
 
-/// Opens the task's queue for everybody: the umask is the process's, so it is cleared only meanwhile.
+/// The umask is the process's: two tasks that clear and restore it at once would leave it cleared.
+std::mutex umaskLock;
+
+/// Opens the task's queue for everybody, under a cleared umask.
 bool openTaskQueue(TaskRun &run, CEventTask &task, const char *name) {
     CFrameworkUtils_GetMQueueName(task.queueName, sizeof task.queueName, name);
+    {
+        const std::lock_guard<std::mutex> lock(runsLock);
+        std::memcpy(run.queueName, task.queueName, sizeof run.queueName);
+    }
+    std::unique_lock<std::mutex> maskLock(umaskLock);
     const mode_t usualMask = umask(0);
     const mqd_t queue = af::openEventQueue(task.queueName, taskQueueMode);
     const int error = errno;
     umask(usualMask);
+    maskLock.unlock();
     if (queue == af::noQueue) {
         AF_TRACE_AS("CEventTask_Create", eAF_E_QUEUE_CREATION_FAILED, "%s", std::strerror(error));
         return false;
     }
     const std::lock_guard<std::mutex> lock(runsLock);
-    std::memcpy(run.queueName, task.queueName, sizeof run.queueName);
     run.queue = queue;
     run.isQueueOpen = true;
     af::storeRelease(task.queue, queue);
     return true;
 }
 
-/// Files a run for the task in place of an earlier one that nobody destroyed. That one's worker leaves with
-/// its next message, and leaves alone the queue's name, which is now the new run's.
+/// Files a run for the task in place of an earlier one that nobody destroyed. That one's queue loses its name
+/// here, not when its worker leaves: the two runs share nothing.
 TaskRun *beginRun(CEventTask *task, const char *name) {
     auto *run = new (std::nothrow) TaskRun();
     if (run == nullptr) {
@@ -309,6 +340,9 @@ TaskRun *beginRun(CEventTask *task, const char *name) {
     const std::lock_guard<std::mutex> lock(runsLock);
     TaskRun *earlier = findRun(task);
     if (earlier != nullptr) {
+        if (earlier->isQueueOpen) {
+            unlinkQueue(*earlier);
+        }
         earlier->isUnlinked = true;
         giveUp(earlier);
     }
@@ -349,7 +383,8 @@ EAFResult CEventTask_Create(void *self, const char *name, std::uint32_t priority
         return eAF_E_FAILED;
     }
     run->hasSemaphore = true;
-    take(task->semaphore);
+    while (sem_wait(&task->semaphore) != 0 && errno == EINTR) {
+    }
     af::storeRelease(task->running, std::uint32_t{0});
     af::storeRelease(task->runFlag, std::uint32_t{1});
     sem_post(&task->semaphore);
@@ -386,13 +421,7 @@ EAFResult CEventTask_Stop(void *self) {
     af::storeRelease(task->runFlag, std::uint32_t{0});
     // In use before the worker is told: it keeps the queue until this message is in.
     const QueueUse use(task);
-    {
-        const std::lock_guard<std::mutex> lock(runsLock);
-        TaskRun *run = findRun(task);
-        if (run != nullptr) {
-            run->runFlag.store(false);
-        }
-    }
+    use.stopWorker();
     const SEventDataMessage wakeUp = af::makeMessage(EVENT_ID_STOP, nullptr, 0);
     return af::sendMessage(use.queue(), wakeUp, af::normalPriority) ? eAF_S_OK : eAF_E_FAILED;
 }

@@ -25,15 +25,20 @@ EAFResult CModuleManager::RegisterModule(ModuleInterface *module) {
         return eAF_E_INVALID_ARGUMENT;
     }
     return af::withOutOfMemoryAsCode([module] {
-        // Made first: running out of memory here must not leave a module without its callback.
+        // Made first, and the module taken back below: running out of memory changes nothing. Any other refusal of
+        // the callback leaves the module registered.
         const std::string name = callbackName(*module);
         const EAFResult result = CModuleManager_RegisterModule(module->getId(), module->getName().c_str());
         if (af::isError(result)) {
             return result;
         }
-        return CModuleManager_RegisterCallback(module->getId(), name.c_str(), module->getRadioChannelId(),
-                                               module->getCallback(), NORMAL, module->getBatchId(),
-                                               module->getPhaseFilter(), module->getNoOfPhaseFilterElements());
+        const EAFResult added = CModuleManager_RegisterCallback(
+            module->getId(), name.c_str(), module->getRadioChannelId(), module->getCallback(), NORMAL,
+            module->getBatchId(), module->getPhaseFilter(), module->getNoOfPhaseFilterElements());
+        if (added == eAF_E_OUT_OF_MEMORY && result == eAF_S_OK) {
+            CModuleManager_UnregisterModule(module->getId());
+        }
+        return added;
     });
 }
 

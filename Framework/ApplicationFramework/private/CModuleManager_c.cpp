@@ -11,7 +11,20 @@
 
 namespace {
 
-CModuleManager_c registry;
+/// Made at load and emptied at exit, but never destroyed: modules may still withdraw after that, from exit
+/// handlers older than this library, and find an empty registry.
+union RegistryStorage {
+    CModuleManager_c registry;
+    RegistryStorage() : registry() {}
+    ~RegistryStorage() {}
+};
+
+RegistryStorage storage;
+CModuleManager_c &registry = storage.registry;
+
+struct EmptyAtExit {
+    ~EmptyAtExit() { registry.empty(); }
+} emptyAtExit;
 
 template <class Records>
 auto *find(Records &records, std::uint32_t id) {
@@ -56,6 +69,15 @@ CModuleManager_c &CModuleManager_c::instance() {
     return registry;
 }
 
+void CModuleManager_c::empty() {
+    phases.clear();
+    batches.clear();
+    groups.clear();
+    modules = std::vector<SModuleDescriptor>();
+    ++moduleChanges;
+    ++timesEmptied;
+}
+
 std::string getECallbackPriorityName(ECallbackPriority priority) {
     return priorityText(priority);
 }
@@ -76,12 +98,7 @@ EAFResult CModuleManager_Stop(void) {
 }
 
 EAFResult CModuleManager_UnInitialize(void) {
-    registry.groups.clear();
-    registry.batches.clear();
-    registry.phases.clear();
-    registry.modules.clear();
-    ++registry.moduleChanges;
-    ++registry.timesEmptied;
+    registry.empty();
     return eAF_S_OK;
 }
 

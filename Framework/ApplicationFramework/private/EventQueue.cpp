@@ -74,8 +74,18 @@ ssize_t af::receiveMessage(mqd_t queue, SEventDataMessage &message) {
     return received;
 }
 
-void af::discardMessage(mqd_t queue) {
+bool af::discardMessage(mqd_t queue) {
     SEventDataMessage message;
     const timespec alreadyPast{};
-    mq_timedreceive(queue, reinterpret_cast<char *>(&message), sizeof message, nullptr, &alreadyPast);
+    const ssize_t received =
+        mq_timedreceive(queue, reinterpret_cast<char *>(&message), sizeof message, nullptr, &alreadyPast);
+    tellReceive(queue);
+    return received >= 0;
+}
+
+void af::wakeReceiver(mqd_t queue) {
+    const SEventDataMessage message = makeMessage(EVENT_ID_STOP, nullptr, 0);
+    const timespec alreadyPast{};
+    tellSend(queue);
+    mq_timedsend(queue, reinterpret_cast<const char *>(&message), sizeof message, normalPriority, &alreadyPast);
 }

@@ -31,7 +31,11 @@ bool sendMessage(mqd_t queue, const SEventDataMessage &message, unsigned int pri
 /// @return as mq_receive.
 ssize_t receiveMessage(mqd_t queue, SEventDataMessage &message);
 
-/// Removes one message that is there; never waits.
-void discardMessage(mqd_t queue);
+/// Removes one message; never waits.
+/// @return whether there was one.
+bool discardMessage(mqd_t queue);
+
+/// Sends EVENT_ID_STOP; never waits. A full queue needs no waking.
+void wakeReceiver(mqd_t queue);
 
 } // namespace af

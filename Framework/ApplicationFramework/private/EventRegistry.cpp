@@ -20,7 +20,8 @@ Element *allocateZeroed(std::uint64_t count) {
     if (count > PTRDIFF_MAX / sizeof(Element)) {
         return nullptr;
     }
-    return static_cast<Element *>(std::calloc(std::max<std::uint64_t>(count, 1), sizeof(Element)));
+    return static_cast<Element *>(
+        std::calloc(static_cast<std::size_t>(std::max<std::uint64_t>(count, 1)), sizeof(Element)));
 }
 
 } // namespace

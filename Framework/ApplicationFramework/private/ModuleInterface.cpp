@@ -17,14 +17,21 @@ constexpr VoxTraceLevel registrationResultLevel = 5;
 
 VoxTrace moduleTrace("ZEL.AF.MOD", 3, 256);
 
+// Modules that outlive this library's objects still unregister, without a log.
+bool isModuleTraceGone = false;
+struct ModuleTraceEnd {
+    ~ModuleTraceEnd() { isModuleTraceGone = true; }
+} moduleTraceEnd;
+
 /// Logs a text and, where there is one, a result. Registrations run in constructors and destructors: a
 /// message that finds no memory is lost rather than thrown.
 void log(VoxTraceLevel level, const VoxTraceHeader &header, const char *text, const EAFResult *result) {
-    if (!moduleTrace.isEnabled(level)) {
+    if (isModuleTraceGone || !moduleTrace.isEnabled(level)) {
         return;
     }
     try {
         std::ostringstream message;
+        message.exceptions(std::ios::badbit); // a stream would rather cut the text than say that memory ran out
         message << text;
         if (result != nullptr) {
             message << AfResult::toString(*result);

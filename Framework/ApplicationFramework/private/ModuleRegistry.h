@@ -61,6 +61,9 @@ public:
     /// Counts how often everything was freed: a run that sees it change has lost all of its records.
     std::uint32_t timesEmptied = 0;
 
-    /// The process's one registry.
+    /// Frees every record; the reset provider stays.
+    void empty();
+
+    /// The process's one registry, for tests of what the interface can not bring about.
     static CModuleManager_c &instance();
 };

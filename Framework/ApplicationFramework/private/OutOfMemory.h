@@ -3,6 +3,7 @@
 #pragma once
 
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 #include "EAFResult.h"
@@ -15,6 +16,9 @@ EAFResult withOutOfMemoryAsCode(Step &&step) {
     try {
         return std::forward<Step>(step)();
     } catch (const std::bad_alloc &) {
+        return eAF_E_OUT_OF_MEMORY;
+    } catch (const std::length_error &) {
+        // More than the address space of a small target could ever give.
         return eAF_E_OUT_OF_MEMORY;
     }
 }

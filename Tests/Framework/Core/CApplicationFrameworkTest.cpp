@@ -322,6 +322,48 @@ TEST_F(ApplicationFramework, AnApplicationWithoutANameEntry_FailsUnnamed) {
     EXPECT_THAT(TraceRecorder::lines(), ElementsAre(line("Start", "Could not initialize all applications", 0x8000)));
 }
 
+// An application that takes the list away that it stands in
+
+TEST_F(ApplicationFramework, Start_WhenAnApplicationUninitializes_EndsLikeAListThatCanNotBeIterated) {
+    static SApplicationDescriptor quitter{[] {
+                                              calls.emplace_back("quitter");
+                                              return CApplicationFramework_UnInitialize();
+                                          },
+                                          nullptr};
+    CApplicationFramework_RegisterApplication(&applicationA);
+    CApplicationFramework_RegisterApplication(&quitter);
+    TraceRecorder::reset(test::levelOf(eAF_W_WARNING));
+    EXPECT_EQ(eAF_E_FAILED, CApplicationFramework_Start());
+    EXPECT_THAT(calls, ElementsAre("quitter"));
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CEventHandler_UnInitialize", "CEventHandler was previosuly not initialized", 0x8014},
+                            line("Start", "Could not iterate application list", 0x8000),
+                            line("Start", "Could not initialize all applications", 0x8000)));
+}
+
+TEST_F(ApplicationFramework, Start_WhenAnApplicationInitializesAnew_EndsLikeAListThatCanNotBeIterated) {
+    static SApplicationDescriptor renewer{[] {
+                                              CApplicationFramework_Initialize();
+                                              return CApplicationFramework_RegisterApplication(&applicationC);
+                                          },
+                                          nullptr};
+    CApplicationFramework_RegisterApplication(&applicationA);
+    CApplicationFramework_RegisterApplication(&renewer);
+    EXPECT_EQ(eAF_E_FAILED, CApplicationFramework_Start());
+    EXPECT_THAT(calls, IsEmpty());
+    EXPECT_EQ(eAF_S_OK, CApplicationFramework_Start());
+    EXPECT_THAT(calls, ElementsAre("C.initialize", "phase 10"));
+}
+
+TEST_F(ApplicationFramework, Start_WhenAnApplicationRegistersAnother_GoesOnWithItsOwnList) {
+    static SApplicationDescriptor adder{[] { return CApplicationFramework_RegisterApplication(&applicationC); },
+                                        nullptr};
+    CApplicationFramework_RegisterApplication(&applicationA);
+    CApplicationFramework_RegisterApplication(&adder);
+    EXPECT_EQ(eAF_S_OK, CApplicationFramework_Start());
+    EXPECT_THAT(calls, ElementsAre("A.initialize", "phase 10"));
+}
+
 // What the container may answer
 
 TEST_F(ApplicationFramework, Start_WhenTheIterationCanNotBegin_TracesTwiceAndRunsNothing) {
