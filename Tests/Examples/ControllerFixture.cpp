@@ -1,5 +1,6 @@
 #include "ControllerFixture.h"
 
+#include <mqueue.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,7 +34,11 @@ ControllerFixture::ControllerFixture()
     : m_folder(std::filesystem::temp_directory_path() / ("ControllerFixture." + std::to_string(getpid()))) {}
 
 void ControllerFixture::SetUp() {
-    ASSERT_EQ(remainingQueues(), std::vector<std::string>{}) << "left by an earlier test";
+    // Process ids come round again: a test that was killed may have left queues of this port.
+    for (const std::string &name : remainingQueues()) {
+        mq_unlink(name.c_str());
+    }
+    ASSERT_EQ(remainingQueues(), std::vector<std::string>{});
     std::filesystem::create_directory(m_folder);
 }
 
