@@ -220,6 +220,29 @@ TEST_F(CEventCacheTest, ACacheWithoutSlots_HoldsNothing) {
     EXPECT_FALSE(holds(1));
 }
 
+TEST_F(CEventCacheTest, ACacheLargerThanMemoryCouldBe_HoldsNothing) {
+    construct(0xFFFFFFFFu);
+    EXPECT_EQ(0u, m_cache.capacity);
+    EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventCache_Add(&m_cache, 1, 1));
+    EXPECT_FALSE(holds(1));
+}
+
+TEST_F(CEventCacheTest, WhileAnotherThreadHoldsTheInsertion_AKeyIsLeftToALaterMissAndReadersGoOn) {
+    construct(4);
+    ASSERT_EQ(eAF_S_OK, CEventCache_Add(&m_cache, 1, valueOf(1)));
+    // What the header says of a thread that writes: it may be stopped there for as long as the system likes.
+    m_cache.next |= 0x80000000u;
+    EXPECT_EQ(eAF_W_COULD_NOT_CACHE_EVENT, CEventCache_Add(&m_cache, 2, valueOf(2)));
+    EXPECT_EQ(eAF_I_ALREADY_CACHED, CEventCache_Add(&m_cache, 1, valueOf(1)));
+    EXPECT_TRUE(holds(1));
+    EXPECT_FALSE(holds(2));
+    EXPECT_EQ(1u, m_cache.count);
+
+    m_cache.next &= 0x7FFFFFFFu;
+    EXPECT_EQ(eAF_S_OK, CEventCache_Add(&m_cache, 2, valueOf(2)));
+    EXPECT_TRUE(holds(2));
+}
+
 TEST_F(CEventCacheTest, NothingIsTraced) {
     add(1, 65);
     CEventCache_Add(&m_cache, 65, 0);

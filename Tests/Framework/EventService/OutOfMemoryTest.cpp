@@ -33,6 +33,19 @@ protected:
     }
 };
 
+/// Nothing was initialized before: what a first life makes for good is refused too.
+using FirstLifeOutOfMemory = test::EventService;
+
+TEST_F(FirstLifeOutOfMemory, Initialize_WithTheFirstAllocationRefused_IsOutOfMemoryAndNotInitialized) {
+    {
+        const RefusedAllocation refusal(0);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventHandler_Initialize(5, 3));
+        EXPECT_EQ(1u, refusal.refused());
+    }
+    EXPECT_EQ(eAF_E_NOT_INITIALIZED, CEventHandler_UnInitialize());
+    initialize();
+}
+
 TEST_F(OutOfMemory, Initialize_WithAnyAllocationRefused_IsOutOfMemoryAndNotInitialized) {
     const std::int64_t before = blocksOfLibrary();
     std::uint32_t allowed = 0;
@@ -117,6 +130,25 @@ TEST_F(OutOfMemory, AddListener_WithRepeatedFilterEntries_LeavesEverythingAsItWa
     CEventHandler_FireEvent(1);
     EXPECT_EQ(3, greedy.waiting());
     unInitialize();
+}
+
+TEST_F(OutOfMemory, AddListener_WithoutAFilterToAFullList_LeavesEverythingAsItWas) {
+    initialize(2, 2);
+    registerEvents({1, 2});
+    Listener greedy("A");
+    ASSERT_EQ(eAF_S_OK, greedy.add({2, 2}));
+    Listener listener("B");
+    {
+        const RefusedAllocation refusal(0);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, listener.add());
+        EXPECT_EQ(1u, refusal.refused());
+    }
+    EXPECT_EQ(-1, listener.waiting()) << "no queue";
+    EXPECT_EQ(1u, statistics().noOfListeners);
+    EXPECT_EQ(eAF_S_OK, listener.add());
+    CEventHandler_FireEvent(2);
+    EXPECT_EQ(1, listener.waiting());
+    EXPECT_EQ(2, greedy.waiting());
 }
 
 TEST_F(OutOfMemory, AddListener_WithinTheCapacity_NeedsNoMemory) {
