@@ -361,6 +361,7 @@ TEST_F(OutOfMemoryInTheClassLayer, RegisterModule_ReturnsItsCodeAndSucceedsLater
         if (result >= eAF_E_FAILED) {
             ++failures;
             EXPECT_EQ(eAF_E_OUT_OF_MEMORY, result);
+            EXPECT_EQ(0u, CModuleManager_GetNumberOfRegisteredModules()) << "the module was taken back";
             EXPECT_EQ(0, module.starts) << "a callback without a registration";
             EXPECT_EQ(eAF_E_NOT_REGISTERED, module.UnregisterModule());
             EXPECT_EQ(eAF_S_OK, module.RegisterModule());
@@ -390,6 +391,26 @@ TEST_F(OutOfMemoryInTheClassLayer, AResultThatCanNotBeLogged_IsReturnedAllTheSam
         EXPECT_GT(AllocationProbe::refusals(), 0u);
     }
     EXPECT_EQ(std::string::npos, QuietTraces::text().find("AfResult"));
+}
+
+TEST_F(OutOfMemoryInTheClassLayer, AMessageIsLoggedWholeOrNotAtAll_WhicheverAllocationFails) {
+    Module module(name);
+    const std::string whole = "onPhaseStop: subscription to phase without implementation\n";
+    for (unsigned number = 0;; ++number) {
+        QuietTraces::reset();
+        unsigned refusals = 0;
+        {
+            const AllocationProbe probe = AllocationProbe::refusingOnly(number);
+            EXPECT_EQ(eAF_E_NOT_IMPLEMENTED, module.onPhaseStop());
+            refusals = AllocationProbe::refusals();
+        }
+        if (refusals == 0) {
+            EXPECT_EQ(whole, QuietTraces::text());
+            EXPECT_GT(number, 0u) << "an allocation was refused at least once";
+            break;
+        }
+        EXPECT_EQ("", QuietTraces::text()) << "allocation " << number;
+    }
 }
 
 TEST_F(OutOfMemoryInTheClassLayer, RegisterCallbackVariant_ReturnsItsCodeAndAddsNothing) {
