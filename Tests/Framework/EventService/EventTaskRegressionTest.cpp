@@ -74,6 +74,8 @@ TEST_F(EventTaskRegression, SendersQueuedBehindStop_AllComeBack) {
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(eAF_S_OK, CEventHandler_FireEvent(1));
     }
+    // The handler's own worker names itself once it runs: until then it could be taken for the one created here.
+    ASSERT_TRUE(workersLeft(1));
     const int worker = create();
     const test::RawQueue queue(test::queueName("RT"));
     ASSERT_TRUE(queue.send({1, nullptr, 0}));
