@@ -39,8 +39,8 @@ ListEqualsSymbols)
 ListEqualsHeaders)
     flat_list >"$work/listed"
     # The name before the first parenthesis of each exported C declaration.
-    cat "$headers"/*.h | tr '\n' ' ' | grep -oE 'AF_API [A-Za-z_0-9]+ [A-Za-z_0-9]+\(' |
-        sed -E 's/.* ([A-Za-z_0-9]+)\($/\1/' | grep -v '^getECallbackPriorityName$' | sort >"$work/declared"
+    cat "$headers"/*.h | tr '\n' ' ' | grep -oE 'AF_API [A-Za-z_0-9]+( [A-Za-z_0-9]+)+\(' |
+        sed -E 's/.* ([A-Za-z_0-9]+)\($/\1/' | grep -vE '^(getECallbackPriorityName|__attribute__)$' | sort >"$work/declared"
     [ -s "$work/declared" ]
     same "the list's flat operations and the headers" "$work/listed" "$work/declared"
     ;;
@@ -53,10 +53,21 @@ PlatformCallsAreTheDescribedOnes)
     sort >"$work/described" <<'TEXT'
 AF_trace
 CKivTraceHandler_DmLevel2VtLevel
+CHashTable_Construct
+CHashTable_Count
+CHashTable_Destruct
+CHashTable_Get
+CHashTable_Set
 CList_Construct
+CList_CurrentSize
 CList_Destruct
+CList_Find
+CList_FindAndRetrieve
 CList_GetNext
+CList_IsEmpty
+CList_PopHead
 CList_PushHead
+CList_PushTail
 CList_StartIterationFromHead
 VT_beginImpl
 VT_endImpl

@@ -12,14 +12,8 @@
 #include "CEventTask.h"
 #include "CFrameworkUtils.h"
 #include "CModuleManager_c.h"
-
-#define CHECK(condition)                                                                                               \
-    do {                                                                                                               \
-        if (!(condition)) {                                                                                            \
-            fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);                                    \
-            exit(1);                                                                                                   \
-        }                                                                                                              \
-    } while (0)
+#include "Check.h"
+#include "EveryStorageFunction.h"
 
 static unsigned phasesSeen;
 
@@ -267,6 +261,7 @@ int main(void) {
     events();
     tasks();
     caches();
+    useEveryStorageFunction();
     CHECK(CApplicationFramework_UnInitialize() == eAF_S_OK);
     CHECK(CModuleManager_UnInitialize() == eAF_S_OK);
     CHECK(CModuleManager_GetNumberOfRegisteredModules() == 0);

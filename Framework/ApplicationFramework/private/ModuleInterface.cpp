@@ -2,13 +2,12 @@
 #include "ModuleInterface.h"
 
 #include <new>
-#include <sstream>
 #include <utility>
 
 #include "AfResult.h"
 #include "AfTrace.h"
 #include "CModuleManager.h"
-#include "VoxTrace.h"
+#include "DomainTrace.h"
 
 namespace {
 
@@ -17,28 +16,17 @@ constexpr VoxTraceLevel registrationResultLevel = 5;
 
 VoxTrace moduleTrace("ZEL.AF.MOD", 3, 256);
 
-// Modules that outlive this library's objects still unregister, without a log.
 bool isModuleTraceGone = false;
-struct ModuleTraceEnd {
-    ~ModuleTraceEnd() { isModuleTraceGone = true; }
-} moduleTraceEnd;
+const af::TraceEnd moduleTraceEnd{isModuleTraceGone};
 
-/// Logs a text and, where there is one, a result. Registrations run in constructors and destructors: a
-/// message that finds no memory is lost rather than thrown.
+/// Logs a text and, where there is one, a result.
 void log(VoxTraceLevel level, const VoxTraceHeader &header, const char *text, const EAFResult *result) {
-    if (isModuleTraceGone || !moduleTrace.isEnabled(level)) {
-        return;
-    }
-    try {
-        std::ostringstream message;
-        message.exceptions(std::ios::badbit); // a stream would rather cut the text than say that memory ran out
+    af::logTo(moduleTrace, isModuleTraceGone, level, header, [text, result](std::ostream &message) {
         message << text;
         if (result != nullptr) {
             message << AfResult::toString(*result);
         }
-        moduleTrace.logMsg(level, header, message.str().c_str());
-    } catch (const std::bad_alloc &) { // NOLINT(bugprone-empty-catch): see above
-    }
+    });
 }
 
 EAFResult unimplementedHandler(const VoxTraceHeader &header) {

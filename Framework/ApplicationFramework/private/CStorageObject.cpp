@@ -1,0 +1,298 @@
+#include "CStorageObject.h"
+
+#include <cstring>
+#include <new>
+
+#include "AfTrace.h"
+#include "BoundedText.h"
+#include "DomainTrace.h"
+
+namespace {
+
+VoxTrace accessTrace("ZEL.AF.STOR.ACC", 3, 256);
+bool isAccessTraceGone = false;
+const af::TraceEnd accessTraceEnd{isAccessTraceGone};
+
+/// The list's element when its name is exactly the key.
+extern "C" uint32_t variableMatcher(const void *element, const void *key) {
+    const char *name = nullptr;
+    auto *variable = static_cast<CVariable *>(const_cast<void *>(element));
+    if (af::isError(CVariable_GetName(variable, &name))) {
+        return 0;
+    }
+    return std::strcmp(name, static_cast<const char *>(key)) == 0 ? 1 : 0;
+}
+
+bool isTaken(CStorageObject *object, const char *name) {
+    return CList_Find(&object->variables, name, variableMatcher, nullptr) != 0;
+}
+
+/// @return a zeroed record, or null.
+CVariable *allocateVariable() {
+    return new (std::nothrow) CVariable[1]();
+}
+
+EAFResult createVariable(CStorageObject *object, const SVariableDescriptor &descriptor) {
+    if (isTaken(object, descriptor.name != nullptr ? descriptor.name : "")) {
+        return eAF_E_NAME_NOT_UNIQUE;
+    }
+    CVariable *variable = allocateVariable();
+    if (variable == nullptr) {
+        return eAF_E_OUT_OF_MEMORY;
+    }
+    if (CVariable_Construct(variable, descriptor.contentAddress, descriptor.type, descriptor.noOfElements,
+                            descriptor.name, descriptor.defaultContentAddress) == eAF_E_OUT_OF_MEMORY) {
+        delete[] variable;
+        return eAF_E_OUT_OF_MEMORY;
+    }
+    CVariable_SetDynamicallyAllocated(variable, 1);
+    if (af::isError(CList_PushTail(&object->variables, variable))) {
+        // The variable is not taken back: in the hands of a list that failed it may be in use.
+        return eAF_E_FAILED;
+    }
+    return eAF_S_OK;
+}
+
+} // namespace
+
+void CStorageObject_Construct(CStorageObject *object, const char *name) {
+    if (object == nullptr) {
+        return;
+    }
+    object->dynamicallyAllocated = 0;
+    CList_Construct(&object->variables);
+    object->reservedSize = 0;
+    af::copyBounded(object->name, name);
+    object->rawObjectContentAddress = nullptr;
+    object->applicationData = 0;
+    object->writable = 1;
+}
+
+void CStorageObject_Destruct(CStorageObject *object) {
+    if (object == nullptr) {
+        return;
+    }
+    while (CList_IsEmpty(&object->variables) == 0) {
+        void *element = nullptr;
+        const std::uint32_t result = CList_PopHead(&object->variables, &element);
+        if (af::isError(result)) {
+            AF_TRACE(result, "Failed to pop head from non-empty list");
+            break;
+        }
+        auto *variable = static_cast<CVariable *>(element);
+        const bool isOwned = CVariable_IsDynamicallyAllocated(variable) != 0;
+        CVariable_Destruct(variable);
+        if (isOwned) {
+            delete[] variable;
+        }
+    }
+    CList_Destruct(&object->variables);
+}
+
+EAFResult CStorageObject_GetName(CStorageObject *object, char **ppName) {
+    if (object == nullptr || ppName == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    *ppName = object->name;
+    return object->name[0] != '\0' ? eAF_S_OK : eAF_E_FAILED;
+}
+
+EAFResult CStorageObject_CreateVariables(CStorageObject *object, SVariableDescriptor *descriptors,
+                                         unsigned long count) {
+    if (object == nullptr || descriptors == nullptr || count == 0) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    for (unsigned long i = 0; i < count; ++i) {
+        const EAFResult result = createVariable(object, descriptors[i]);
+        if (af::isError(result)) {
+            return result;
+        }
+    }
+    return eAF_S_OK;
+}
+
+EAFResult CStorageObject_AddVariable(CStorageObject *object, CVariable *variable) {
+    if (object == nullptr || variable == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    const char *name = nullptr;
+    if (af::isError(CVariable_GetName(variable, &name))) {
+        return eAF_E_FAILED;
+    }
+    if (isTaken(object, name)) {
+        return eAF_E_NAME_NOT_UNIQUE;
+    }
+    return af::isError(CList_PushTail(&object->variables, variable)) ? eAF_E_FAILED : eAF_S_OK;
+}
+
+EAFResult CStorageObject_AddObject(CStorageObject *parent, CStorageObject *child) {
+    if (parent == nullptr || child == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    char *name = nullptr;
+    if (af::isError(CStorageObject_GetName(child, &name))) {
+        return eAF_E_FAILED;
+    }
+    if (isTaken(parent, name)) {
+        return eAF_E_NAME_NOT_UNIQUE;
+    }
+    CVariable *wrapper = allocateVariable();
+    if (wrapper == nullptr) {
+        return eAF_E_OUT_OF_MEMORY;
+    }
+    if (CVariable_Construct(wrapper, nullptr, TYPE_OBJECT, 1, name, nullptr) == eAF_E_OUT_OF_MEMORY) {
+        delete[] wrapper;
+        return eAF_E_OUT_OF_MEMORY;
+    }
+    // Left unmarked on purpose: hosts keep the wrapper beyond the parent.
+    void *content = nullptr;
+    const EAFResult result = CVariable_GetContentAddress(wrapper, &content);
+    if (af::isError(result)) {
+        AF_TRACE(result, "Could not get variable content address when adding object");
+        return result;
+    }
+    std::memcpy(content, &child, sizeof(CStorageObject *));
+    return af::isError(CList_PushTail(&parent->variables, wrapper)) ? eAF_E_FAILED : eAF_S_OK;
+}
+
+EAFResult CStorageObject_GetVariableIterator(CStorageObject *object, CListIterator *iterator) {
+    if (object == nullptr || iterator == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    CListIterator first{};
+    const std::uint32_t result = CList_StartIterationFromHead(&object->variables, &first);
+    *iterator = first;
+    if (result == GCL_NOT_IN_LIST || result == GCL_LAST_ELEMENT) {
+        return eAF_W_NO_MORE_DATA;
+    }
+    return af::isError(result) ? eAF_E_FAILED : eAF_S_OK;
+}
+
+EAFResult CStorageObject_GetNextVariable(CStorageObject *object, CVariable **ppVariable, CListIterator *iterator) {
+    if (object == nullptr || ppVariable == nullptr || iterator == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    *ppVariable = nullptr;
+    void *element = nullptr;
+    const std::uint32_t result = CList_GetNext(&object->variables, &element, iterator);
+    if (af::isError(result)) {
+        return eAF_E_FAILED;
+    }
+    *ppVariable = static_cast<CVariable *>(element);
+    return result == GCL_LAST_ELEMENT ? eAF_W_NO_MORE_DATA : eAF_S_OK;
+}
+
+uint32_t CStorageObject_GetNoOfVariables(CStorageObject *object) {
+    return object != nullptr ? CList_CurrentSize(&object->variables) : 0;
+}
+
+uint32_t CStorageObject_GetVariableByName(CStorageObject *object, const char *name, CVariable **ppVariable) {
+    static const VoxTraceHeader header = {__FILE__, __LINE__, __func__};
+    af::logAccess(accessTrace, isAccessTraceGone, header, name);
+    if (object == nullptr) {
+        AF_TRACE(eAF_E_INVALID_ARGUMENT, "CStorageObject_GetVariableByName is calling with pThis = NULL");
+    }
+    if (name == nullptr) {
+        AF_TRACE(eAF_E_INVALID_ARGUMENT, "CStorageObject_GetVariableByName is calling with pszVariableName = NULL");
+    }
+    if (ppVariable == nullptr) {
+        AF_TRACE(eAF_E_INVALID_ARGUMENT, "CStorageObject_GetVariableByName is calling with ppVariable = NULL");
+    }
+    if (object == nullptr || name == nullptr || ppVariable == nullptr) {
+        return 0;
+    }
+    *ppVariable = nullptr;
+    void *element = nullptr;
+    if (CList_FindAndRetrieve(&object->variables, name, variableMatcher, &element) == 0) {
+        return 0;
+    }
+    *ppVariable = static_cast<CVariable *>(element);
+    return eAF_S_TRUE;
+}
+
+EAFResult CStorageObject_ReserveSize(CStorageObject *object, unsigned long size) {
+    if (object == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    object->reservedSize = static_cast<std::uint32_t>(size);
+    return eAF_S_OK;
+}
+
+EAFResult CStorageObject_GetSizeInBytes(CStorageObject *object, unsigned long *pSize) {
+    if (object == nullptr || pSize == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    *pSize = 0;
+    CListIterator iterator{};
+    EAFResult result = CStorageObject_GetVariableIterator(object, &iterator);
+    if (af::isError(result)) {
+        return eAF_E_FAILED;
+    }
+    while (result != eAF_W_NO_MORE_DATA) {
+        CVariable *variable = nullptr;
+        result = CStorageObject_GetNextVariable(object, &variable, &iterator);
+        if (af::isError(result)) {
+            return eAF_E_FAILED;
+        }
+        *pSize += CVariable_GetSizeInBytes(variable);
+    }
+    return eAF_S_OK;
+}
+
+uint32_t CStorageObject_IsEmpty(CStorageObject *object) {
+    return CList_IsEmpty(object != nullptr ? &object->variables : nullptr);
+}
+
+EAFResult CStorageObject_SetRawObjectContentAddress(CStorageObject *object, void *address) {
+    if (object == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    object->rawObjectContentAddress = address;
+    return eAF_S_OK;
+}
+
+EAFResult CStorageObject_GetRawObjectContentAddress(CStorageObject *object, void **pAddress) {
+    if (object == nullptr || pAddress == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    *pAddress = object->rawObjectContentAddress;
+    return *pAddress != nullptr ? eAF_S_OK : eAF_E_FAILED;
+}
+
+void CStorageObject_SetApplicationData(CStorageObject *object, uintptr_t data) {
+    if (object != nullptr) {
+        object->applicationData = data;
+    }
+}
+
+EAFResult CStorageObject_GetApplicationData(CStorageObject *object, uintptr_t *pData) {
+    if (object == nullptr || pData == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    *pData = object->applicationData;
+    return *pData != 0 ? eAF_S_OK : eAF_E_FAILED;
+}
+
+void CStorageObject_SetWritable(CStorageObject *object, unsigned int flag) {
+    if (object != nullptr) {
+        object->writable = flag;
+    }
+}
+
+uint32_t CStorageObject_IsWritable(CStorageObject *object) {
+    return object != nullptr ? object->writable : 0;
+}
+
+void CStorageObject_SetDynamicallyAllocated(CStorageObject *object, unsigned int flag) {
+    if (object != nullptr) {
+        object->dynamicallyAllocated = flag;
+    }
+}
+
+uint32_t CStorageObject_IsDynamicallyAllocated(CStorageObject *object) {
+    if (object == nullptr) {
+        AF_TRACE(eAF_E_INVALID_ARGUMENT, "CStorageObject_IsDynamicallyAllocated was called with a null pointer");
+        return 0;
+    }
+    return object->dynamicallyAllocated;
+}

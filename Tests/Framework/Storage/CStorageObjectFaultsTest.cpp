@@ -1,0 +1,124 @@
+// A list that fails under an object, and a variable whose content can not be had.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "CStorageObject.h"
+#include "CStorageRegion.h"
+#include "ListFaults.h"
+#include "TraceRecorder.h"
+
+namespace {
+
+EAFResult contentAddressAnswer = eAF_S_OK;
+CVariable *askedForContent;
+
+} // namespace
+
+EAFResult CVariable_GetContentAddress(CVariable *variable, void **out) {
+    static auto *const own =
+        reinterpret_cast<decltype(&CVariable_GetContentAddress)>(dlsym(RTLD_NEXT, "CVariable_GetContentAddress"));
+    askedForContent = variable;
+    return contentAddressAnswer != eAF_S_OK ? contentAddressAnswer : own(variable, out);
+}
+
+namespace {
+
+using test::Line;
+using test::listFaults;
+using test::TraceRecorder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CStorageObjectFaults : public testing::Test {
+protected:
+    CStorageObjectFaults() {
+        CStorageObject_Construct(&object, "Radio");
+        CVariable_Construct(&first, &content, TYPE_INT32, 1, "First", nullptr);
+        CVariable_Construct(&second, &content, TYPE_INT32, 1, "Second", nullptr);
+        CStorageObject_AddVariable(&object, &first);
+        TraceRecorder::reset();
+    }
+    ~CStorageObjectFaults() override {
+        listFaults() = {};
+        contentAddressAnswer = eAF_S_OK;
+        CStorageObject_Destruct(&object);
+        CVariable_Destruct(&second);
+    }
+
+    CStorageObject object{};
+    CVariable first{};
+    CVariable second{};
+    std::int32_t content = 1;
+    test::ListFaultsReset m_reset;
+};
+
+TEST_F(CStorageObjectFaults, AnAppendThatFails_IsFailedAndUntraced) {
+    listFaults().pushTail = GCL_OUT_OF_MEMORY;
+    EXPECT_EQ(eAF_E_FAILED, CStorageObject_AddVariable(&object, &second));
+    EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&object));
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+}
+
+TEST_F(CStorageObjectFaults, APopThatFails_IsTracedAndEndsTheDestruction) {
+    listFaults().popHead = 0x8123;
+    CStorageObject_Destruct(&object);
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageObject_Destruct", "Failed to pop head from non-empty list", 0x8123}));
+    EXPECT_EQ(&content, first.content);
+    EXPECT_EQ(0, pthread_mutex_trylock(&first.mutex)) << "it was not destructed";
+    pthread_mutex_unlock(&first.mutex);
+    CVariable_Destruct(&first);
+}
+
+TEST_F(CStorageObjectFaults, AnIterationThatDoesNotStart_Fails) {
+    CListIterator iterator{};
+    unsigned long size = 99;
+    listFaults().startIteration = 0x8005;
+    EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetVariableIterator(&object, &iterator));
+    EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetSizeInBytes(&object, &size));
+    EXPECT_EQ(0u, size);
+    listFaults().startIteration = GCL_NOT_IN_LIST;
+    EXPECT_EQ(eAF_W_NO_MORE_DATA, CStorageObject_GetVariableIterator(&object, &iterator));
+}
+
+TEST_F(CStorageObjectFaults, AnIterationThatBreaksOff_FailsWithNoVariable) {
+    CListIterator iterator{};
+    CStorageObject_GetVariableIterator(&object, &iterator);
+    listFaults().getNext = 0x8004;
+    CVariable *variable = &first;
+    EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetNextVariable(&object, &variable, &iterator));
+    EXPECT_EQ(nullptr, variable);
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetSizeInBytes(&object, &size));
+}
+
+TEST_F(CStorageObjectFaults, ARegionsSize_IsPartialWhereAnObjectFails) {
+    CStorageRegion region;
+    CStorageRegion_Construct(&region, "Cfg", 1);
+    CStorageRegion_AddObject(&region, &object);
+    unsigned long size = 99;
+    listFaults().getNext = 0x8004;
+    EXPECT_EQ(eAF_E_FAILED, CStorageRegion_GetSizeInBytes(&region, &size));
+    EXPECT_EQ(0u, size);
+    listFaults().getNext = 0;
+    CStorageRegion_Destruct(&region);
+}
+
+TEST_F(CStorageObjectFaults, AddObject_WithoutTheWrappersContent_TracesAndAddsNothing) {
+    CStorageObject child;
+    CStorageObject_Construct(&child, "Child");
+    contentAddressAnswer = eAF_E_STACK_EMPTY;
+    EXPECT_EQ(eAF_E_STACK_EMPTY, CStorageObject_AddObject(&object, &child));
+    contentAddressAnswer = eAF_S_OK;
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageObject_AddObject",
+                                 "Could not get variable content address when adding object", eAF_E_STACK_EMPTY}));
+    EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&object));
+    const std::unique_ptr<CVariable[]> wrapper(askedForContent); // not freed there
+    CVariable_Destruct(wrapper.get());
+}
+
+} // namespace

@@ -1,0 +1,241 @@
+// Finding variables across all locations.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "CStorageManager.h"
+#include "StorageTree.h"
+#include "TraceRecorder.h"
+
+namespace {
+
+using test::Line;
+using test::TraceRecorder;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class VariableLookup : public testing::Test {
+protected:
+    VariableLookup() {
+        CStorageManager_RegisterLocation(1, "First", 4, 0);
+        CStorageManager_RegisterLocation(2, "Second", 4, 0);
+        // The second location is registered later, whatever comes into it first.
+        CStorageRegion *second = tree.region("Cal", 2);
+        CStorageManager_RegisterRegion(second);
+        sameInSecond = tree.integer(tree.objectIn(second, "O"), "Same", 2);
+        onlyInSecond = tree.integer(tree.objectIn(second, "P"), "Only", 3);
+        CStorageRegion *first = tree.region("Cfg", 1);
+        CStorageManager_RegisterRegion(first);
+        CStorageObject *radio = tree.objectIn(first, "Radio");
+        sameInFirst = tree.integer(radio, "Same", 1);
+        lo = tree.integer(tree.nested(radio, "Tx"), "Lo", 4);
+    }
+    ~VariableLookup() override { CStorageManager_Uninitialize(); }
+    VariableLookup(const VariableLookup &) = delete;
+    VariableLookup &operator=(const VariableLookup &) = delete;
+
+    static void update() {
+        ASSERT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+        TraceRecorder::reset();
+    }
+
+    test::StorageTree tree;
+    CVariable *sameInFirst;
+    CVariable *sameInSecond;
+    CVariable *onlyInSecond;
+    CVariable *lo;
+    CVariable sentinel{};
+};
+
+TEST_F(VariableLookup, ByPath_BeforeTheTableIsFilled_LeavesTheOutPointer) {
+    TraceRecorder::reset();
+    CVariable *found = &sentinel;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath("Cfg/Radio/Same", &found));
+    EXPECT_EQ(&sentinel, found);
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+}
+
+TEST_F(VariableLookup, ByPath_FindsAcrossLocationsAndNestedObjects) {
+    update();
+    CVariable *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Cfg/Radio/Tx/Lo", &found));
+    EXPECT_EQ(lo, found);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Cal/P/Only", &found));
+    EXPECT_EQ(onlyInSecond, found);
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(Line{"CDatabase_GetVariableByPath",
+                                                         "eAF_E_UNKNOWN_VARIABLE, path: Cal/P/Only", eAF_DEBUG2}))
+        << "of the location that was asked first";
+}
+
+TEST_F(VariableLookup, ByPath_OfAnUnknownPath_HasEachDatabaseTraceAndGivesNull) {
+    update();
+    CVariable *found = &sentinel;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath("No", &found));
+    EXPECT_EQ(nullptr, found);
+    const Line line{"CDatabase_GetVariableByPath", "eAF_E_UNKNOWN_VARIABLE, path: No", eAF_DEBUG2};
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(line, line)) << "and no line of its own";
+}
+
+TEST_F(VariableLookup, ByName_TakesTheEarlierRegisteredLocation) {
+    TraceRecorder::reset();
+    CVariable *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByName("Same", &found));
+    EXPECT_EQ(sameInFirst, found);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByName("Only", &found));
+    EXPECT_EQ(onlyInSecond, found);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByName("Tx", &found));
+    EXPECT_EQ(TYPE_OBJECT, found->type) << "a nested object's variable";
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+}
+
+TEST_F(VariableLookup, ByName_DoesNotSeeIntoNestedObjects) {
+    TraceRecorder::reset();
+    CVariable *found = &sentinel;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByName("Lo", &found));
+    EXPECT_EQ(nullptr, found);
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageManager_GetVariableByName", "Could not find variable with name Lo",
+                                 eAF_E_UNKNOWN_VARIABLE}));
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_GivesAddressAndSize) {
+    update();
+    void *content = nullptr;
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, &size));
+    EXPECT_EQ(lo->content, content);
+    EXPECT_EQ(4u, size);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, nullptr));
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_OfAnUnknownPath_TracesOneCodeAndReturnsAnother) {
+    update();
+    TraceRecorder::reset(test::levelOf(eAF_E_FAILED));
+    void *content = &sentinel;
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableContentAddressByPath("No", &content, &size));
+    EXPECT_EQ(0u, size);
+    EXPECT_EQ(&sentinel, content);
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(Line{"CStorageManager_GetVariableContentAddressByPath",
+                                                         "Could not find variable using path No", eAF_E_FAILED}));
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableContentAddressByPath("No", &content, nullptr));
+}
+
+TEST_F(VariableLookup, ContentAddressByName_GivesAddressAndSizeOrTracesOnce) {
+    TraceRecorder::reset();
+    void *content = nullptr;
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByName("Same", &content, &size));
+    EXPECT_EQ(sameInFirst->content, content);
+    EXPECT_EQ(4u, size);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByName("Same", &content, nullptr));
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableContentAddressByName("No", &content, &size));
+    EXPECT_EQ(0u, size);
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageManager_GetVariableByName", "Could not find variable with name No",
+                                 eAF_E_UNKNOWN_VARIABLE}));
+}
+
+TEST_F(VariableLookup, NullAndEmptyArguments_AreRefusedUntracedAndTouchNothing) {
+    update();
+    CVariable *found = &sentinel;
+    void *content = &sentinel;
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByPath(nullptr, &found));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByPath("", &found));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByPath("P", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByName(nullptr, &found));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByName("", &found));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableByName("N", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByPath(nullptr, &content, &size));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByPath("", &content, &size));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByPath("P", nullptr, &size));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByName(nullptr, &content, &size));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByName("", &content, &size));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CStorageManager_GetVariableContentAddressByName("N", nullptr, &size));
+    EXPECT_EQ(&sentinel, found);
+    EXPECT_EQ(&sentinel, content);
+    EXPECT_EQ(99u, size);
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+}
+
+std::vector<std::string> accesses() {
+    std::vector<std::string> result;
+    for (const test::DomainTrace &record : TraceRecorder::domainRecords()) {
+        EXPECT_EQ("ZEL.AF.STOR.ACC", record.domain);
+        EXPECT_EQ(7, record.level);
+        result.push_back(record.function + ": " + record.text);
+    }
+    return result;
+}
+
+TEST_F(VariableLookup, EveryCall_IsLoggedBeforeItsArgumentsAreChecked) {
+    update();
+    CVariable *found = nullptr;
+    CStorageManager_GetVariableByPath("Cfg/Radio/Same", &found);
+    CStorageManager_GetVariableByPath(nullptr, nullptr);
+    CStorageManager_GetVariableByName("", nullptr);
+    CStorageManager_GetVariableContentAddressByName(nullptr, nullptr, nullptr);
+    EXPECT_THAT(accesses(), ElementsAre("CStorageManager_GetVariableByPath: Cfg/Radio/Same",
+                                        "CStorageManager_GetVariableByPath: ", "CStorageManager_GetVariableByName: ",
+                                        "CStorageManager_GetVariableContentAddressByName: "));
+    EXPECT_THAT(TraceRecorder::domainRecords().at(0).file, testing::HasSubstr("CStorageManager.cpp"));
+}
+
+TEST_F(VariableLookup, OneContentAddressCall_LogsTwoLines) {
+    update();
+    void *content = nullptr;
+    CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Same", &content, nullptr);
+    EXPECT_THAT(accesses(), ElementsAre("CStorageManager_GetVariableContentAddressByPath: Cfg/Radio/Same",
+                                        "CStorageManager_GetVariableByPath: Cfg/Radio/Same"));
+    TraceRecorder::reset();
+    CStorageManager_GetVariableContentAddressByName("Same", &content, nullptr);
+    EXPECT_THAT(accesses(),
+                ElementsAre("CStorageManager_GetVariableContentAddressByName: Same",
+                            "CStorageManager_GetVariableByName: Same", "CStorageObject_GetVariableByName: Same"))
+        << "and the object that is searched logs its own";
+}
+
+TEST_F(VariableLookup, BelowLevel7_NothingIsLogged) {
+    update();
+    TraceRecorder::reset(TraceRecorder::everything, 6);
+    CVariable *found = nullptr;
+    CStorageManager_GetVariableByPath("Cfg/Radio/Same", &found);
+    CStorageManager_GetVariableByName("Same", &found);
+    EXPECT_THAT(TraceRecorder::domainRecords(), IsEmpty());
+}
+
+// A path outlives its region: what it leads to may be freed.
+TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouchingFreedMemory) {
+    auto *region = new CStorageRegion[1]();
+    CStorageRegion_Construct(region, "Gone", 1);
+    CStorageRegion_SetDynamicallyAllocated(region, 1);
+    auto *object = new CStorageObject[1]();
+    CStorageObject_Construct(object, "O");
+    CStorageObject_SetDynamicallyAllocated(object, 1);
+    SVariableDescriptor descriptor{nullptr, TYPE_INT32, 1, "V", nullptr};
+    CStorageObject_CreateVariables(object, &descriptor, 1);
+    CStorageRegion_AddObject(region, object);
+    CStorageManager_RegisterRegion(region);
+    update();
+    CVariable *before = nullptr;
+    ASSERT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Gone/O/V", &before));
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    TraceRecorder::reset();
+    CVariable *after = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Gone/O/V", &after));
+    EXPECT_EQ(before, after);
+    void *content = nullptr;
+    unsigned long size = 99;
+    EXPECT_EQ(eAF_E_FAILED, CStorageManager_GetVariableContentAddressByPath("Gone/O/V", &content, &size));
+    EXPECT_EQ(0u, size);
+    EXPECT_THAT(TraceRecorder::failures(),
+                ElementsAre(Line{"CStorageManager_GetVariableContentAddressByPath",
+                                 "Could not get content address for variable using path Gone/O/V", eAF_E_FAILED}));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, &size));
+    EXPECT_EQ(lo->content, content) << "the others go on";
+}
+
+} // namespace

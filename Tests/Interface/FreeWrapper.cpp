@@ -1,0 +1,6 @@
+#include "CVariable.h"
+#include "EveryStorageFunction.h"
+
+void freeWrapper(CVariable *wrapper) {
+    delete[] wrapper;
+}
