@@ -1,0 +1,440 @@
+#include "StorageProvider.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "VariableType.h"
+
+namespace storage {
+
+namespace {
+
+bool isError(EAFResult code) {
+    return code >= eAF_E_FAILED;
+}
+
+template <class Step>
+EAFResult guarded(Step step) {
+    try {
+        return step();
+    } catch (const std::bad_alloc &) {
+        return eAF_E_OUT_OF_MEMORY;
+    } catch (const std::length_error &) {
+        return eAF_E_OUT_OF_MEMORY;
+    }
+}
+
+void log(VoxTrace &trace, Severity severity, const char *operation, const char *text) {
+    const VoxTraceLevel level = severity == Severity::error ? 1 : severity == Severity::warning ? 3 : 5;
+    if (trace.isEnabled(level)) {
+        const VoxTraceHeader header = {__FILE__, __LINE__, operation};
+        trace.logMsg(level, header, text);
+    }
+}
+
+/// A whole operation: what ran out of memory is said without any.
+template <class Step>
+EAFResult guarded(VoxTrace &trace, const char *operation, unsigned long locationId, Step step) {
+    const EAFResult result = guarded(step);
+    if (result == eAF_E_OUT_OF_MEMORY) {
+        std::array<char, 120> text{};
+        std::snprintf(text.data(), text.size(), "memory ran out for the storage location %lu: free some and try again",
+                      locationId);
+        log(trace, Severity::error, operation, text.data());
+    }
+    return result;
+}
+
+/// Logs what a store or this file has to say, under the operation's name.
+class TraceReport : public Report {
+public:
+    TraceReport(VoxTrace &trace, const char *operation) : m_trace(trace), m_operation(operation) {}
+
+    void add(Severity severity, const std::string &text) override { log(m_trace, severity, m_operation, text.c_str()); }
+
+private:
+    VoxTrace &m_trace;
+    const char *m_operation;
+};
+
+using Visit = std::function<void(CVariable &variable, const char *path)>;
+
+/// The walk hands its action no context. One walk runs at a time in the process.
+struct RunningWalk {
+    const Visit *visit;
+    bool ranOutOfMemory;
+};
+RunningWalk *runningWalk;
+
+EAFResult visitVariable(CDatabase * /*database*/, CVariable *variable, const char *fullPath,
+                        const char * /*regionName*/, const char * /*objectPath*/, const char * /*variableName*/) {
+    const EAFResult visited = guarded([&] {
+        (*runningWalk->visit)(*variable, fullPath);
+        return eAF_S_OK;
+    });
+    runningWalk->ranOutOfMemory = runningWalk->ranOutOfMemory || isError(visited);
+    return visited;
+}
+
+/// @throws std::bad_alloc when a visit did.
+EAFResult walk(CDatabase *database, const Visit &visit) {
+    RunningWalk running{&visit, false};
+    runningWalk = &running;
+    const EAFResult result = CDatabase_DoVariableOperation(database, visitVariable);
+    runningWalk = nullptr;
+    if (running.ranOutOfMemory || result == eAF_E_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+    return result;
+}
+
+/// Holds a variable's lock.
+class Locked {
+public:
+    explicit Locked(CVariable &variable) : m_variable(variable), m_isHeld(!isError(CVariable_Lock(&variable))) {}
+    ~Locked() {
+        if (m_isHeld) {
+            CVariable_UnLock(&m_variable);
+        }
+    }
+    Locked(const Locked &) = delete;
+    Locked &operator=(const Locked &) = delete;
+    bool isHeld() const { return m_isHeld; }
+
+private:
+    CVariable &m_variable;
+    bool m_isHeld;
+};
+
+std::string describe(EVariableType type, std::uint32_t noOfElements) {
+    return std::string(typeName(type)) + "[" + std::to_string(noOfElements) + "]";
+}
+
+} // namespace
+
+struct StorageProvider::Location {
+    std::string file;
+    std::unique_ptr<VariableStore> store;
+    bool isOpen = false;
+    bool isRead = false;       ///< `known` is what the store holds.
+    bool isUnreadable = false; ///< The last retrieve failed: defaults stand in for what could not be read.
+    std::unordered_map<std::string, StoredValue> known;
+    unsigned long reserved = 0; ///< 0: no limit was given.
+    SStorageStatistics statistics{};
+
+    EAFResult open(Report &report) {
+        if (!isOpen) {
+            const EAFResult result = store->open(Access::readWrite, report);
+            if (isError(result)) {
+                return result;
+            }
+            isOpen = true;
+        }
+        return eAF_S_OK;
+    }
+
+    EAFResult read(Report &report) {
+        isRead = false;
+        known.clear();
+        const EAFResult opened = open(report);
+        if (isError(opened)) {
+            return opened;
+        }
+        StoredValues values;
+        const EAFResult result = store->read(values, report);
+        if (isError(result)) {
+            return result;
+        }
+        for (StoredValue &value : values) {
+            std::string path = value.path;
+            known.insert_or_assign(std::move(path), std::move(value));
+        }
+        isRead = true;
+        return eAF_S_OK;
+    }
+
+    bool isKnown(const CVariable &variable, const char *path, std::uint64_t size) const {
+        const auto found = known.find(path);
+        if (found == known.end()) {
+            return false;
+        }
+        const StoredValue &stored = found->second;
+        return stored.type == variable.type && stored.noOfElements == variable.noOfElements &&
+               stored.content.size() == size &&
+               (size == 0 || std::memcmp(stored.content.data(), variable.content, stored.content.size()) == 0);
+    }
+
+    EAFResult collectChanges(CDatabase *database, StoredValues &changes, Report &report);
+    EAFResult writeChanges(CDatabase *database, Report &report);
+    EAFResult fill(CDatabase *database, Report &report);
+};
+
+/// @return whether a store can keep the variable; says so when not.
+static bool canBeKept(CVariable &variable, const char *path, std::unordered_set<std::string> &seen, Report &report) {
+    if (!isPlain(variable.type) || variable.content == nullptr) {
+        report.add(Severity::warning, std::string("the variable ") + path + " has " +
+                                          (variable.content == nullptr ? "no content" : "an unknown type") +
+                                          ": it is neither stored nor retrieved");
+        return false;
+    }
+    if (!seen.insert(path).second) {
+        report.add(Severity::warning, std::string("a second variable has the path ") + path +
+                                          ": only the first is kept, give it another name");
+        return false;
+    }
+    return true;
+}
+
+EAFResult StorageProvider::Location::collectChanges(CDatabase *database, StoredValues &changes, Report &report) {
+    std::unordered_set<std::string> seen;
+    bool isWhole = true;
+    std::uint64_t bytes = 0;
+    const EAFResult walked = walk(database, [&](CVariable &variable, const char *path) {
+        if (!canBeKept(variable, path, seen, report)) {
+            return;
+        }
+        const std::uint64_t size = contentSize(variable.type, variable.noOfElements);
+        bytes += size;
+        const Locked lock(variable);
+        if (!lock.isHeld()) {
+            report.add(Severity::error, std::string("the variable ") + path +
+                                            " could not be locked: its earlier value stays in " + file);
+            isWhole = false;
+        } else if (!isKnown(variable, path, size)) {
+            const auto *content = static_cast<const unsigned char *>(variable.content);
+            changes.push_back({path, variable.type, variable.noOfElements, {content, content + size}});
+        }
+    });
+    if (reserved != 0 && bytes > reserved) {
+        report.add(Severity::warning, "the variables of " + file + " take " + std::to_string(bytes) +
+                                          " bytes, reserved were " + std::to_string(reserved) + ": reserve more");
+    }
+    if (isError(walked)) {
+        report.add(Severity::error,
+                   "not every variable of " + file +
+                       " could be walked: those that could are stored, see the traces before this one");
+        return walked;
+    }
+    return isWhole ? eAF_S_OK : eAF_E_FAILED;
+}
+
+EAFResult StorageProvider::Location::writeChanges(CDatabase *database, Report &report) {
+    StoredValues changes;
+    const EAFResult collected = collectChanges(database, changes, report);
+    if (changes.empty()) {
+        return collected;
+    }
+    // Read again before the next store compares unless this write succeeds: one that failed may have reached the disk
+    // all the same, and a store that went away meanwhile takes values only after that. What is stored is noted in
+    // places made beforehand, so that it can be whatever memory is left.
+    isRead = false;
+    for (const StoredValue &value : changes) {
+        known.try_emplace(value.path);
+    }
+    const EAFResult written = store->write(changes, report);
+    if (isError(written)) {
+        return written;
+    }
+    for (StoredValue &value : changes) {
+        StoredValue &place = known.find(value.path)->second;
+        place = std::move(value);
+    }
+    statistics.noOfValuesWritten = static_cast<std::uint32_t>(changes.size());
+    isRead = true;
+    return collected;
+}
+
+EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
+    std::unordered_set<std::string> seen;
+    std::uint32_t noOfMatches = 0;
+    bool isWhole = true;
+    const EAFResult walked = walk(database, [&](CVariable &variable, const char *path) {
+        if (!canBeKept(variable, path, seen, report)) {
+            return;
+        }
+        const auto found = known.find(path);
+        if (found == known.end()) {
+            ++statistics.noOfValuesMissing;
+            return;
+        }
+        ++noOfMatches;
+        const StoredValue &stored = found->second;
+        if (stored.type != variable.type || stored.noOfElements != variable.noOfElements) {
+            ++statistics.noOfValuesMismatched;
+            report.add(Severity::warning, std::string("the variable ") + path + " is stored in " + file + " as " +
+                                              describe(stored.type, stored.noOfElements) + ", expected is " +
+                                              describe(variable.type, variable.noOfElements) +
+                                              ": its default holds, the stored one stays until the next store");
+            return;
+        }
+        const Locked lock(variable);
+        if (!lock.isHeld()) {
+            report.add(Severity::error,
+                       std::string("the variable ") + path + " could not be locked: its default holds");
+            isWhole = false;
+            return;
+        }
+        if (!stored.content.empty()) {
+            std::memcpy(variable.content, stored.content.data(), stored.content.size());
+        }
+        CVariable_SetRetrieved(&variable, 1);
+        ++statistics.noOfValuesRetrieved;
+    });
+    isUnreadable = !isWhole;
+    statistics.noOfValuesUnknown = static_cast<std::uint32_t>(known.size() - noOfMatches);
+    if (statistics.noOfValuesUnknown != 0) {
+        report.add(Severity::information, file + " holds " + std::to_string(statistics.noOfValuesUnknown) +
+                                              " values of variables that are not registered: they are kept");
+    }
+    if (isError(walked)) {
+        report.add(Severity::error,
+                   "not every variable of " + file +
+                       " could be walked: those that could are retrieved, see the traces before this one");
+        return walked;
+    }
+    return isWhole ? eAF_S_OK : eAF_E_FAILED;
+}
+
+StorageProvider::StorageProvider(VoxTrace &trace, MakeStore makeStore)
+    : m_trace(trace), m_makeStore(std::move(makeStore)) {}
+
+StorageProvider::~StorageProvider() = default;
+
+StorageProvider::Location *StorageProvider::find(unsigned long locationId, Report &report) const {
+    const auto found = m_locations.find(locationId);
+    if (found == m_locations.end()) {
+        report.add(Severity::error, "no file was named for the storage location " + std::to_string(locationId) +
+                                        ": name one before the providers are initialised");
+        return nullptr;
+    }
+    return found->second.get();
+}
+
+EAFResult StorageProvider::setFile(unsigned long locationId, const char *file) {
+    if (file == nullptr || file[0] == '\0') {
+        log(m_trace, Severity::error, "SetFile", "no file name was given: name the file of the location");
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    return guarded(m_trace, "SetFile", locationId, [&] {
+        TraceReport report(m_trace, "SetFile");
+        const auto present = m_locations.find(locationId);
+        if (present != m_locations.end() && present->second->isOpen) {
+            report.add(Severity::error, "the storage location " + std::to_string(locationId) + " has " +
+                                            present->second->file + " open: name " + file +
+                                            " before it is initialised");
+            return eAF_E_ALREADY_INITIALIZED;
+        }
+        auto location = std::make_unique<Location>();
+        location->file = file;
+        location->store = m_makeStore(locationId, location->file);
+        m_locations.insert_or_assign(locationId, std::move(location));
+        return eAF_S_OK;
+    });
+}
+
+bool StorageProvider::isAnothersFile(unsigned long locationId, const char *file) const {
+    for (const auto &[id, location] : m_locations) {
+        if (id != locationId && file != nullptr && location->file == file) {
+            return true;
+        }
+    }
+    return false;
+}
+
+EAFResult StorageProvider::initialize(unsigned long locationId) {
+    return guarded(m_trace, "Initialize", locationId, [&] {
+        TraceReport report(m_trace, "Initialize");
+        Location *location = find(locationId, report);
+        return location != nullptr ? location->open(report) : eAF_E_UNKNOWN_LOCATION;
+    });
+}
+
+EAFResult StorageProvider::reserve(unsigned long locationId, unsigned long size) {
+    return guarded(m_trace, "ReserveWritableSpace", locationId, [&] {
+        TraceReport report(m_trace, "ReserveWritableSpace");
+        Location *location = find(locationId, report);
+        if (location == nullptr) {
+            return eAF_E_UNKNOWN_LOCATION;
+        }
+        location->reserved = size;
+        return eAF_S_OK;
+    });
+}
+
+EAFResult StorageProvider::storeAll(unsigned long locationId, CDatabase *database) {
+    if (database == nullptr) {
+        log(m_trace, Severity::error, "StoreAll", "no database was given: register the location first");
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    return guarded(m_trace, "StoreAll", locationId, [&] {
+        TraceReport report(m_trace, "StoreAll");
+        Location *location = find(locationId, report);
+        if (location == nullptr) {
+            return eAF_E_UNKNOWN_LOCATION;
+        }
+        location->statistics.noOfValuesWritten = 0;
+        if (location->isUnreadable) {
+            report.add(Severity::error, "nothing is stored in " + location->file +
+                                            ", because it could not be read before: retrieve it first, or the defaults "
+                                            "would replace what it holds");
+            return eAF_E_NOT_INITIALIZED;
+        }
+        if (!location->isRead) {
+            const EAFResult read = location->read(report);
+            if (isError(read)) {
+                return read;
+            }
+        }
+        return location->writeChanges(database, report);
+    });
+}
+
+EAFResult StorageProvider::retrieveAll(unsigned long locationId, CDatabase *database) {
+    if (database == nullptr) {
+        log(m_trace, Severity::error, "RetrieveAll", "no database was given: register the location first");
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    CDatabase_SetAsNotRetrieved(database);
+    const EAFResult retrieved = guarded(m_trace, "RetrieveAll", locationId, [&] {
+        TraceReport report(m_trace, "RetrieveAll");
+        Location *location = find(locationId, report);
+        if (location == nullptr) {
+            return eAF_E_UNKNOWN_LOCATION;
+        }
+        location->statistics = {location->statistics.noOfValuesWritten, 0, 0, 0, 0};
+        location->isUnreadable = true;
+        const EAFResult read = location->read(report);
+        if (isError(read)) {
+            report.add(Severity::error, location->file + " could not be read: the defaults hold, and nothing is stored "
+                                                         "until a retrieve succeeds");
+            return read;
+        }
+        return location->fill(database, report);
+    });
+    const EAFResult defaults = CDatabase_SetNotRetrievedVariablesToDefault(database);
+    return isError(retrieved) ? retrieved : isError(defaults) ? defaults : eAF_S_OK;
+}
+
+EAFResult StorageProvider::statistics(unsigned long locationId, SStorageStatistics *statistics) const {
+    if (statistics == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    const auto found = m_locations.find(locationId);
+    if (found == m_locations.end()) {
+        return eAF_E_UNKNOWN_LOCATION;
+    }
+    *statistics = found->second->statistics;
+    return eAF_S_OK;
+}
+
+void StorageProvider::clear() {
+    m_locations.clear();
+}
+
+} // namespace storage

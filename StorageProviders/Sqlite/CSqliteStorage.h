@@ -1,0 +1,28 @@
+/// @file
+/// The storage provider that keeps variables in an SQLite database; README.md tells the format.
+#pragma once
+
+#include "AFExport.h"
+#include "EAFResult.h"
+#include "IStorageProvider.h"
+#include "SStorageStatistics.h"
+
+AF_EXTERN_C_BEGIN
+
+/// Names the file of a location, before CStorageManager_InitializeAllProviders. Locations may share one file.
+/// @param fileName  copied; its folder must exist, the file is made by the first store.
+/// @retval eAF_E_INVALID_ARGUMENT     null or empty name.
+/// @retval eAF_E_ALREADY_INITIALIZED  the location's store is open.
+AF_API EAFResult CSqliteStorage_SetFile(unsigned long locationId, const char *fileName);
+
+/// @return the table for CStorageManager_RegisterStorageProvider; it lives as long as the library.
+AF_API IStorageProvider *CSqliteStorage_GetProvider(void);
+
+/// @param statistics  receives what the last store and retrieve of the location did.
+/// @retval eAF_E_UNKNOWN_LOCATION  no file was named for it.
+AF_API EAFResult CSqliteStorage_GetStatistics(unsigned long locationId, SStorageStatistics *statistics);
+
+/// Closes every store and forgets the locations; after CStorageManager_Uninitialize. @return eAF_S_OK.
+AF_API EAFResult CSqliteStorage_UnInitialize(void);
+
+AF_EXTERN_C_END

@@ -1,0 +1,100 @@
+/// @file
+/// One database file of this process: its lock, its connection, and what is done when it is not as it should be.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Failure.h"
+#include "FileHeader.h"
+#include "Report.h"
+#include "StoreLock.h"
+#include "VariableStore.h"
+
+namespace storage {
+
+class SqliteFile {
+public:
+    /// What a damaged file means: to a reader that it is set aside, where that is possible; to a writer a failure.
+    enum class Purpose { read, write };
+
+    /// @return the one object of this process for a file, however its name is spelled; it lives as long as someone
+    ///         holds it.
+    static std::shared_ptr<SqliteFile> of(const std::string &name, Access access);
+
+    SqliteFile(std::string name, std::string path, Access access);
+    ~SqliteFile();
+
+    SqliteFile(const SqliteFile &) = delete;
+    SqliteFile &operator=(const SqliteFile &) = delete;
+
+    /// Takes the lock and connects.
+    EAFResult open(Report &report);
+
+    /// Does nothing on a connection that stands. Afterwards the file is one of our stores, or empty, or not there.
+    EAFResult connect(Purpose purpose, Report &report);
+
+    /// Makes the file, after connect found none.
+    EAFResult create(Report &report);
+
+    /// Rolls back what is not committed. No statement may be left.
+    void disconnect();
+
+    /// @return null while there is no file.
+    sqlite3 *database() const { return m_database; }
+    /// Whether there is no table yet.
+    bool isEmpty() const { return m_isEmpty; }
+    void setFilled() { m_isEmpty = false; }
+
+    /// Counts how often the file was set aside, or went: whoever knows what it holds knows nothing after that.
+    std::uint32_t generation() const { return m_generation; }
+
+    /// Reports a failed call and drops the connection: what it holds can not be trusted any more. A damaged file
+    /// is set aside for a reader, whose code is eAF_S_OK then: the store is empty.
+    EAFResult failed(int code, Purpose purpose, Report &report);
+
+private:
+    Failure openFile(int flags);
+    EAFResult openConnection(Purpose purpose, Report &report);
+    EAFResult takeUp(Purpose purpose, Report &report);
+    EAFResult refuse(const FileHeader &header, Report &report) const;
+    int prepareConnection();
+    int checkContent(std::string &problem, bool &isIndexRebuilt);
+    /// What only an index tells wrongly is mended from the table, or left as it was.
+    int rebuildIndex(bool &isRebuilt);
+    EAFResult giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report);
+    EAFResult setAside(const std::string &damage, Report &report);
+    EAFResult fail(EAFResult result, const std::string &text, Report &report) const;
+    void setEmpty();
+    bool isWritable() const { return m_access == Access::readWrite && m_lock.isHeld(); }
+
+    std::string m_name;
+    std::string m_path;
+    Access m_access;
+    StoreLock m_lock;
+    sqlite3 *m_database = nullptr;
+    bool m_isEmpty = true;
+    std::uint32_t m_generation = 0;
+};
+
+/// Rolled back on its way out unless committed.
+class Transaction {
+public:
+    explicit Transaction(SqliteFile &file) : m_file(file) {}
+    ~Transaction();
+
+    Transaction(const Transaction &) = delete;
+    Transaction &operator=(const Transaction &) = delete;
+
+    int begin();
+    int commit();
+
+private:
+    SqliteFile &m_file;
+    bool m_isOpen = false;
+};
+
+} // namespace storage

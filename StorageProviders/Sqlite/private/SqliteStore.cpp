@@ -1,0 +1,295 @@
+#include "SqliteStore.h"
+
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include "Statement.h"
+#include "ValueColumn.h"
+#include "VariableType.h"
+
+namespace storage {
+namespace {
+
+using Purpose = SqliteFile::Purpose;
+
+static_assert(storeApplicationId == 1514227283 && storeFormatVersion == 1, "as the text below writes them");
+constexpr const char *createStore = "CREATE TABLE variable("
+                                    "id INTEGER PRIMARY KEY,"
+                                    "location INTEGER NOT NULL,"
+                                    "path TEXT NOT NULL,"
+                                    "type TEXT NOT NULL,"
+                                    "count INTEGER NOT NULL,"
+                                    "value,"
+                                    "UNIQUE(location,path));"
+                                    "PRAGMA application_id=1514227283;"
+                                    "PRAGMA user_version=1";
+
+/// Paths and damaged texts may hold anything; a report is one line.
+std::string onOneLine(std::string text) {
+    for (char &character : text) {
+        if (static_cast<unsigned char>(character) < ' ') {
+            character = '?';
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+/// The columns of SELECT id,path,type,count,value.
+class SqliteStore::Row {
+public:
+    explicit Row(const Statement &statement) : m_statement(statement) {}
+
+    std::int64_t id() const { return m_statement.integer(0); }
+    std::string path() const { return std::string(m_statement.bytes(1)); }
+    /// A path in the other form is never matched by what a store writes.
+    bool isPathAsWritten() const {
+        const bool isText = m_statement.columnType(1) == SQLITE_TEXT;
+        return isUtf8(m_statement.bytes(1)) == isText;
+    }
+    std::string_view type() const { return m_statement.bytes(2); }
+    std::int64_t count() const { return m_statement.integer(3); }
+    bool isCountInteger() const { return m_statement.columnType(3) == SQLITE_INTEGER; }
+    bool value(StoredValue &stored, std::string &misfit) const { return readValue(m_statement, 4, stored, misfit); }
+
+private:
+    const Statement &m_statement;
+};
+
+SqliteStore::SqliteStore(std::string file, unsigned long locationId)
+    : m_name(std::move(file)), m_locationId(static_cast<std::int64_t>(locationId)) {}
+
+EAFResult SqliteStore::open(Access access, Report &report) {
+    if (m_file != nullptr) {
+        return eAF_S_OK;
+    }
+    std::shared_ptr<SqliteFile> file = SqliteFile::of(m_name, access);
+    const EAFResult result = file->open(report);
+    if (result < eAF_E_FAILED) {
+        m_generation = file->generation();
+        m_file = std::move(file);
+    }
+    return result;
+}
+
+EAFResult SqliteStore::read(StoredValues &values, Report &report) {
+    values.clear();
+    if (m_file == nullptr) {
+        report.add(Severity::error, m_name + ": is not open; open it before it is read");
+        return eAF_E_INITIALIZATION_ERROR;
+    }
+    m_ids.clear();
+    m_hasIds = false;
+    EAFResult result = m_file->connect(Purpose::read, report);
+    if (result >= eAF_E_FAILED) {
+        return result;
+    }
+    const int code = m_file->isEmpty() ? SQLITE_OK : readRows(values, report);
+    if (code != SQLITE_OK) {
+        values.clear();
+        m_ids.clear();
+        result = m_file->failed(code, Purpose::read, report);
+    }
+    if (result < eAF_E_FAILED) {
+        m_hasIds = true;
+        m_generation = m_file->generation();
+    }
+    return result;
+}
+
+int SqliteStore::readRows(StoredValues &values, Report &report) {
+    Statement rows(m_file->database(),
+                   "SELECT id,path,type,count,value FROM variable NOT INDEXED WHERE location=?1 ORDER BY id");
+    rows.bindInteger(1, m_locationId);
+    int code = rows.step();
+    while (code == SQLITE_ROW) {
+        const Row row(rows);
+        if (!row.isPathAsWritten()) {
+            reportMisfit(row, "has a path that is text though it is no UTF-8, or a blob though it is", report);
+        } else if (!m_ids.emplace(row.path(), row.id()).second) {
+            reportMisfit(row, "stands twice", report);
+        } else {
+            readRow(row, values, report);
+        }
+        code = rows.step();
+    }
+    return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+void SqliteStore::readRow(const Row &row, StoredValues &values, Report &report) const {
+    StoredValue value;
+    if (!typeOfName(row.type(), value.type)) {
+        reportMisfit(row, "is of type '" + std::string(row.type().substr(0, 40)) + "', which no store keeps", report);
+        return;
+    }
+    const std::int64_t count = row.count();
+    if (!row.isCountInteger() || count < 0 || count > std::numeric_limits<std::uint32_t>::max()) {
+        reportMisfit(row, "has a count that is no number of elements", report);
+        return;
+    }
+    value.noOfElements = static_cast<std::uint32_t>(count);
+    std::string misfit;
+    if (!row.value(value, misfit)) {
+        reportMisfit(row,
+                     "holds " + misfit + ", which does not fit " + std::string(typeName(value.type)) + "[" +
+                         std::to_string(count) + "]",
+                     report);
+        return;
+    }
+    value.path = row.path();
+    values.push_back(std::move(value));
+}
+
+void SqliteStore::reportMisfit(const Row &row, const std::string &problem, Report &report) const {
+    report.add(Severity::warning, m_name + ": " +
+                                      onOneLine(row.path() + " (row " + std::to_string(row.id()) + ") " + problem) +
+                                      "; it counts as not stored: mend the row, or let a store replace it");
+}
+
+EAFResult SqliteStore::write(const StoredValues &values, Report &report) {
+    if (values.empty()) {
+        return eAF_S_OK;
+    }
+    EAFResult result = checkValues(values, report);
+    if (result < eAF_E_FAILED) {
+        result = connectToWrite(report);
+    }
+    if (result >= eAF_E_FAILED) {
+        return result;
+    }
+    const int code = store(values);
+    return code == SQLITE_OK ? eAF_S_OK : m_file->failed(code, Purpose::write, report);
+}
+
+EAFResult SqliteStore::checkValues(const StoredValues &values, Report &report) const {
+    for (const StoredValue &value : values) {
+        const bool isWhole = isPlain(value.type) && value.content.size() == contentSize(value.type, value.noOfElements);
+        if (!isWhole || value.content.size() > largestContent) {
+            report.add(Severity::error, m_name + ": " + onOneLine(value.path) + " has " +
+                                            std::to_string(value.content.size()) + " bytes, " +
+                                            (isWhole ? "more than a store keeps of one variable; make it smaller"
+                                                     : "which is not the size of its type; register it anew"));
+            return eAF_E_FAILED;
+        }
+    }
+    return eAF_S_OK;
+}
+
+EAFResult SqliteStore::connectToWrite(Report &report) {
+    if (m_file == nullptr) {
+        report.add(Severity::error, m_name + ": is not open; open it before it is written");
+        return eAF_E_INITIALIZATION_ERROR;
+    }
+    const EAFResult connected = m_file->connect(Purpose::write, report);
+    if (connected >= eAF_E_FAILED) {
+        return connected;
+    }
+    if (m_generation != m_file->generation()) {
+        report.add(Severity::error, m_name + ": was set aside, moved or deleted since its values were read; retrieve "
+                                             "again before storing, so that all values are stored and not the changed "
+                                             "ones alone");
+        return eAF_E_FAILED;
+    }
+    return m_file->database() != nullptr ? connected : m_file->create(report);
+}
+
+int SqliteStore::store(const StoredValues &values) {
+    // Known again when the new rows are durable.
+    const bool hadIds = std::exchange(m_hasIds, false);
+    Transaction transaction(*m_file);
+    int code = transaction.begin();
+    if (code == SQLITE_OK && m_file->isEmpty()) {
+        code = execute(m_file->database(), createStore);
+    }
+    if (code == SQLITE_OK && !hadIds) {
+        code = readIds();
+    }
+    if (code == SQLITE_OK) {
+        code = storeRows(values);
+    }
+    if (code == SQLITE_OK) {
+        code = transaction.commit();
+    }
+    if (code == SQLITE_OK) {
+        m_hasIds = true;
+        m_file->setFilled();
+    }
+    return code;
+}
+
+int SqliteStore::readIds() {
+    m_ids.clear();
+    Statement rows(m_file->database(), "SELECT id,path FROM variable NOT INDEXED WHERE location=?1 ORDER BY id");
+    rows.bindInteger(1, m_locationId);
+    int code = rows.step();
+    while (code == SQLITE_ROW) {
+        m_ids.emplace(std::string(rows.bytes(1)), rows.integer(0));
+        code = rows.step();
+    }
+    return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+int SqliteStore::storeRows(const StoredValues &values) {
+    // The path is compared too: rows may have been deleted and added by hand, and numbers are used again then.
+    Statement update(m_file->database(), "UPDATE variable SET type=?3,count=?4,value=?5 "
+                                         "WHERE id=?6 AND location=?1 AND path=?2");
+    Statement insert(m_file->database(), "INSERT INTO variable(location,path,type,count,value) VALUES(?1,?2,?3,?4,?5) "
+                                         "ON CONFLICT(location,path) DO UPDATE "
+                                         "SET type=excluded.type,count=excluded.count,value=excluded.value "
+                                         "RETURNING id");
+    std::string text;
+    const auto bind = [&](Statement &statement, const StoredValue &value) {
+        statement.bindInteger(1, m_locationId);
+        bindName(statement, 2, value.path);
+        statement.bindText(3, typeName(value.type));
+        statement.bindInteger(4, value.noOfElements);
+        bindValue(statement, 5, value, text);
+    };
+    for (const StoredValue &value : values) {
+        const auto known = m_ids.find(value.path);
+        if (known != m_ids.end()) {
+            bind(update, value);
+            update.bindInteger(6, known->second);
+            const int code = update.run();
+            if (code != SQLITE_OK) {
+                return code;
+            }
+            if (sqlite3_changes(m_file->database()) > 0) {
+                continue;
+            }
+        }
+        bind(insert, value);
+        int code = insert.step();
+        if (code == SQLITE_ROW) {
+            m_ids[value.path] = insert.integer(0);
+            code = insert.run();
+        }
+        if (code != SQLITE_OK) {
+            return code;
+        }
+    }
+    return SQLITE_OK;
+}
+
+EAFResult SqliteStore::locations(const std::string &file, std::vector<unsigned long> &locationIds, Report &report) {
+    locationIds.clear();
+    const std::shared_ptr<SqliteFile> shared = SqliteFile::of(file, Access::readOnly);
+    const EAFResult result = shared->open(report);
+    if (result >= eAF_E_FAILED || shared->isEmpty()) {
+        return result;
+    }
+    int code = SQLITE_OK;
+    {
+        Statement rows(shared->database(), "SELECT DISTINCT location FROM variable NOT INDEXED ORDER BY location");
+        code = rows.step();
+        while (code == SQLITE_ROW) {
+            locationIds.push_back(static_cast<unsigned long>(rows.integer(0)));
+            code = rows.step();
+        }
+    }
+    return code == SQLITE_DONE ? eAF_S_OK : shared->failed(code, Purpose::read, report);
+}
+
+} // namespace storage

@@ -1,0 +1,29 @@
+/// @file
+/// A variable's value as a row of the table keeps it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "Statement.h"
+#include "StoredValue.h"
+
+namespace storage {
+
+/// More is refused on the way in and not believed on the way out: a damaged count does not take all memory.
+constexpr std::uint64_t largestContent = std::uint64_t{64} << 20;
+
+bool isUtf8(std::string_view text);
+
+/// Binds text, or a blob where the bytes are no UTF-8: SQLite's own functions may then work on all text.
+void bindName(Statement &statement, int parameter, std::string_view name);
+
+/// @param text  room for what is bound; must live until the step.
+void bindValue(Statement &statement, int parameter, const StoredValue &value, std::string &text);
+
+/// @param value   its type is plain and its element count known; receives the content.
+/// @param misfit  receives what was found where that does not fit. @return whether it fits.
+bool readValue(const Statement &statement, int column, StoredValue &value, std::string &misfit);
+
+} // namespace storage

@@ -1,0 +1,5 @@
+#include "MemoryProvider.h"
+
+std::unique_ptr<test::ProviderUnderTest> test::makeProvider() {
+    return std::make_unique<MemoryProvider>();
+}
