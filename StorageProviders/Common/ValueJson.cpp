@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
 #include <type_traits>
 
 #include "VariableType.h"
@@ -80,10 +81,14 @@ bool realFromText(const std::string &text, Element &element) {
         element = text == "inf" ? std::numeric_limits<Element>::infinity() : -std::numeric_limits<Element>::infinity();
         return true;
     }
+    constexpr std::string_view prefix = "nan(0x";
     unsigned long long read = 0;
-    char end = 0;
-    if (text.rfind("nan(0x", 0) != 0 || std::sscanf(text.c_str(), "nan(0x%16llx)%c", &read, &end) != 1 ||
-        text.back() != ')') {
+    const char *end = text.data() + text.size();
+    if (text.compare(0, prefix.size(), prefix) != 0) {
+        return false;
+    }
+    const auto parsed = std::from_chars(text.data() + prefix.size(), end, read, 16);
+    if (parsed.ec != std::errc() || parsed.ptr + 1 != end || *parsed.ptr != ')') {
         return false;
     }
     const auto bits = static_cast<BitsOf<Element>>(read);
@@ -246,24 +251,24 @@ json toJson(const StoredValue &value) {
     return array;
 }
 
-bool fromJson(const json &found, StoredValue &value, std::string &reason) {
+bool fromJson(const nlohmann::json &json, StoredValue &value, std::string &reason) {
     const std::uint64_t size = contentSize(value.type, value.noOfElements);
     if (!isPlain(value.type) || size > largestContent) {
         reason = "its type is unknown or it has more than " + std::to_string(largestContent) + " bytes";
         return false;
     }
-    if (isArray(value.type) && (!found.is_array() || found.size() != value.noOfElements)) {
-        reason = "found is " + (found.is_array() ? "an array of " + std::to_string(found.size()) : shown(found)) +
+    if (isArray(value.type) && (!json.is_array() || json.size() != value.noOfElements)) {
+        reason = "found is " + (json.is_array() ? "an array of " + std::to_string(json.size()) : shown(json)) +
                  ", expected an array of " + std::to_string(value.noOfElements);
         return false;
     }
     value.content.assign(static_cast<std::size_t>(size), 0);
     if (value.type == TYPE_STRING) {
-        return stringFromJson(found, value, reason);
+        return stringFromJson(json, value, reason);
     }
     const Codec &codec = codecOf(value.type);
     for (std::size_t i = 0; i * elementSize(value.type) < size; ++i) {
-        const json &element = isArray(value.type) ? found[i] : found;
+        const nlohmann::json &element = isArray(value.type) ? json[i] : json;
         if (!codec.fromJson(element, value.content.data() + i * elementSize(value.type))) {
             reason = shown(element) + " is no value of " + std::string(typeName(value.type));
             return false;

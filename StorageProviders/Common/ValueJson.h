@@ -14,7 +14,7 @@
 namespace storage {
 
 /// The largest content that a store is asked for: a damaged count must not ask for all memory.
-constexpr std::uint64_t largestContent = 256U * 1024 * 1024;
+constexpr std::uint64_t largestContent = std::uint64_t{256} * 1024 * 1024;
 
 nlohmann::json toJson(const StoredValue &value);
 

@@ -5,12 +5,12 @@
 namespace {
 
 struct PlainType {
-    EVariableType type;
     std::string_view name;
+    EVariableType type;
     std::uint32_t elementSize;
 };
 
-#define PLAIN_TYPE(type, value, elementSize) {type, std::string_view(#type).substr(5), elementSize},
+#define PLAIN_TYPE(type, value, elementSize) {std::string_view(#type).substr(5), type, elementSize},
 constexpr PlainType types[] = {AF_VARIABLE_TYPE_TABLE(PLAIN_TYPE)};
 #undef PLAIN_TYPE
 

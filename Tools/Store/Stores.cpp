@@ -67,15 +67,16 @@ unsigned long locationOf(const StoreName &name) {
 }
 
 std::unique_ptr<storage::VariableStore> storeOf(const StoreName &name, Kind kind) {
-    if (kind == Kind::sqlite) {
-        return std::make_unique<storage::SqliteStore>(
-            name.file, isThere(name.file) ? locationOf(name) : name.location.value_or(usualLocation));
+    if (kind == Kind::file) {
+        return std::make_unique<storage::FileStore>(name.file);
     }
-    return std::make_unique<storage::FileStore>(name.file);
+    const unsigned long location = isThere(name.file) ? locationOf(name) : name.location.value_or(usualLocation);
+    return std::make_unique<storage::SqliteStore>(name.file, location);
 }
 
 OpenStore readStore(const StoreName &name, Kind kind, storage::Access access) {
-    OpenStore opened{storeOf(name, kind), {}, 0};
+    OpenStore opened;
+    opened.store = storeOf(name, kind);
     Messages messages;
     check(opened.store->open(access, messages), messages, name.file, ExitUnreadable);
     check(opened.store->read(opened.values, messages), messages, name.file, ExitUnreadable);

@@ -1,9 +1,9 @@
 // zaf-store: looks into the stores of the storage providers and mends them.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <map>
-#include <new>
 
 #include "Commands.h"
 #include "Fault.h"
@@ -31,9 +31,8 @@ void addLocation(CLI::App *command, StoreName &store, const std::string &option 
     command->add_option(option, store.location, "the location, where an SQLite file holds several");
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
+/// @throws Fault, std::bad_alloc
+int runCommand(int argc, char **argv) {
     CLI::App app(
         "Looks into the stores of storage providers and mends them. Everything that only reads may run beside the "
         "host; what writes needs the host to be down.");
@@ -114,14 +113,22 @@ int main(int argc, char **argv) {
 
     try {
         app.parse(argc, argv);
-        return run();
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? ExitDone : ExitUsage;
+    }
+    return run();
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return runCommand(argc, argv);
     } catch (const Fault &fault) {
         std::fprintf(stderr, "zaf-store: %s\n", fault.what());
         return fault.exitCode;
-    } catch (const std::bad_alloc &) {
-        std::fprintf(stderr, "zaf-store: memory ran out\n");
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "zaf-store: %s\n", error.what());
         return ExitNotWritten;
     }
 }
