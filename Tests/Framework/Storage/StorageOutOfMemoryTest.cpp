@@ -1,0 +1,208 @@
+// Every allocation of an operation fails in turn: its code, nothing changed, nothing leaked, and it succeeds
+// afterwards.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "AllocationProbe.h"
+#include "CStorageManager.h"
+#include "InterfaceBroker.h"
+#include "Providers.h"
+#include "StorageTree.h"
+
+namespace {
+
+using test::AllocationProbe;
+
+class StorageOutOfMemory : public testing::Test {
+protected:
+    StorageOutOfMemory() = default;
+    ~StorageOutOfMemory() override { CStorageManager_Uninitialize(); }
+    StorageOutOfMemory(const StorageOutOfMemory &) = delete;
+    StorageOutOfMemory &operator=(const StorageOutOfMemory &) = delete;
+
+    /// Runs a step with its first, second, ... allocation refused until it needs none more.
+    /// @param afterFailure  checks what a failure has left.
+    /// @return how many allocations the step needs.
+    static unsigned failInTurn(const std::function<EAFResult()> &step, const std::function<void()> &afterFailure) {
+        for (unsigned allowed = 0;; ++allowed) {
+            const long blocks = AllocationProbe::blocks();
+            EAFResult result = eAF_S_OK;
+            unsigned refused = 0;
+            {
+                const auto probe = AllocationProbe::refusingOnly(allowed);
+                result = step();
+                refused = AllocationProbe::refusals();
+            }
+            if (refused == 0) {
+                EXPECT_EQ(eAF_S_OK, result);
+                return allowed;
+            }
+            EXPECT_EQ(eAF_E_OUT_OF_MEMORY, result) << "allocation " << allowed;
+            EXPECT_EQ(blocks, AllocationProbe::blocks()) << "allocation " << allowed << " leaked";
+            afterFailure();
+        }
+    }
+
+    test::StorageTree tree;
+};
+
+TEST_F(StorageOutOfMemory, AVariablesContent_LeavesTheRecordAsItWas) {
+    CVariable variable{};
+    variable.noOfElements = 77;
+    EXPECT_EQ(1u, failInTurn([&] { return CVariable_Construct(&variable, nullptr, TYPE_INT32, 1, "V", nullptr); },
+                             [&] { EXPECT_EQ(77u, variable.noOfElements); }));
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(StorageOutOfMemory, CreateVariables_KeepsThoseBeforeTheOneThatFailed) {
+    SVariableDescriptor descriptors[] = {{nullptr, TYPE_INT32, 1, "A", nullptr},
+                                         {nullptr, TYPE_INT32, 1, "B", nullptr}};
+    // Each takes a record, a content and, of the list, a node. What a failing list may hold is not taken back.
+    for (const unsigned refused : {0U, 1U, 3U, 4U}) {
+        CStorageObject object;
+        CStorageObject_Construct(&object, "O");
+        const long blocks = AllocationProbe::blocks();
+        {
+            const auto probe = AllocationProbe::refusingOnly(refused);
+            EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CStorageObject_CreateVariables(&object, descriptors, 2));
+        }
+        EXPECT_EQ(refused / 3, CStorageObject_GetNoOfVariables(&object));
+        CStorageObject_Destruct(&object);
+        EXPECT_EQ(blocks, AllocationProbe::blocks());
+    }
+}
+
+TEST_F(StorageOutOfMemory, AddObject_AddsNothing) {
+    CStorageObject *parent = tree.object("Parent");
+    CStorageObject *child = tree.object("Child");
+    const long blocks = AllocationProbe::blocks();
+    for (const unsigned refused : {0U, 1U}) {
+        const auto probe = AllocationProbe::refusingOnly(refused);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CStorageObject_AddObject(parent, child));
+        EXPECT_NE(0u, CStorageObject_IsEmpty(parent));
+    }
+    EXPECT_EQ(blocks, AllocationProbe::blocks());
+    EXPECT_EQ(eAF_S_OK, CStorageObject_AddObject(parent, child));
+    CVariable *wrapper = nullptr;
+    ASSERT_EQ(1u, CStorageObject_GetVariableByName(parent, "Child", &wrapper));
+    const std::unique_ptr<CVariable[]> freed(wrapper);
+    CStorageObject_Destruct(parent);
+}
+
+TEST_F(StorageOutOfMemory, ARegionAndADatabase_StayAsTheyWere) {
+    CStorageRegion *region = tree.region("R");
+    CStorageObject *object = tree.object("O");
+    EXPECT_EQ(1u, failInTurn([&] { return CStorageRegion_AddObject(region, object); },
+                             [&] { EXPECT_EQ(1u, CStorageRegion_IsEmpty(region)); }));
+    CDatabase database;
+    CDatabase_Construct(&database, 4);
+    EXPECT_EQ(1u, failInTurn([&] { return CDatabase_AddRegion(&database, region); },
+                             [&] { EXPECT_EQ(0u, CDatabase_GetNoOfRegions(&database)); }));
+    CDatabase_Destruct(&database);
+}
+
+TEST_F(StorageOutOfMemory, RegistrationsAndAssignments_LeaveTheManagerAsItWas) {
+    const std::string longName(100, 'n');
+    EXPECT_LT(2u, failInTurn([&] { return CStorageManager_RegisterLocation(1, longName.c_str(), 4, 0); },
+                             [] { EXPECT_EQ(eAF_E_UNKNOWN_LOCATION, CStorageManager_ReserveWritableSpace(1, 1)); }));
+    EXPECT_LT(
+        1u,
+        failInTurn(
+            [&] { return CStorageManager_RegisterStorageProvider(&test::FirstProvider::table, 1, longName.c_str()); },
+            [] { EXPECT_EQ(eAF_E_UNKNOWN_PROVIDER, CStorageManager_AssignStorageProviderToLocation(1, 1)); }));
+    EXPECT_EQ(1u, failInTurn([] { return CStorageManager_AssignStorageProviderToLocation(1, 1); },
+                             [] {
+                                 test::resetProviders();
+                                 EXPECT_EQ(eAF_S_OK, CStorageManager_StoreAll());
+                                 EXPECT_TRUE(test::providerCalls().empty());
+                                 EXPECT_EQ(eAF_E_FAILED, CStorageManager_ReserveWritableSpace(1, 1)) << "not assigned";
+                             }));
+}
+
+TEST_F(StorageOutOfMemory, ARegionThatCanNotBeFiled_FailsAsTheStepThatFailed) {
+    CStorageManager_RegisterLocation(1, "L", 4, 0);
+    CStorageRegion *region = tree.region("R", 1);
+    {
+        const auto probe = AllocationProbe::refusingOnly(0);
+        EXPECT_EQ(eAF_E_FAILED, CStorageManager_RegisterRegion(region));
+    }
+    EXPECT_EQ(eAF_S_OK, CStorageManager_RegisterRegion(region));
+}
+
+EAFResult nothing(CDatabase *, CVariable *, const char *, const char *, const char *, const char *) {
+    return eAF_S_OK;
+}
+
+TEST_F(StorageOutOfMemory, AWalkOverLongNames_FailsAndTheNextOneSucceeds) {
+    CDatabase database;
+    CDatabase_Construct(&database, 4);
+    CStorageRegion *region = tree.region("R");
+    CDatabase_AddRegion(&database, region);
+    CStorageObject *object = tree.objectIn(region, std::string(100, 'o'));
+    tree.integer(tree.nested(object, std::string(100, 'p')), "V");
+    EXPECT_LE(1u, failInTurn([&] { return CDatabase_DoVariableOperation(&database, nothing); }, [] {}));
+    EXPECT_EQ(1, database.noOfVariablesProcessed);
+    CDatabase_Destruct(&database);
+}
+
+TEST_F(StorageOutOfMemory, APathUpdate_AnswersThatAllIsWell) {
+    CStorageManager_RegisterLocation(1, "L", 4, 0);
+    CStorageRegion *region = tree.region("R", 1);
+    CStorageManager_RegisterRegion(region);
+    tree.integer(tree.objectIn(region, std::string(100, 'o')), "V");
+    CVariable *found = nullptr;
+    const std::string path = "R/" + std::string(100, 'o') + "/V";
+    {
+        const auto probe = AllocationProbe::refusingFrom(0);
+        EXPECT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+    }
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath(path.c_str(), &found));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath(path.c_str(), &found));
+}
+
+TEST_F(StorageOutOfMemory, LookUps_NeedNoMemoryAndLoseAtMostTheirLog) {
+    CStorageManager_RegisterLocation(1, "L", 4, 0);
+    CStorageRegion *region = tree.region("R", 1);
+    CStorageManager_RegisterRegion(region);
+    CVariable *variable = tree.integer(tree.objectIn(region, "O"), "V");
+    CStorageManager_UpdatePathHashTable();
+    const std::string longPath = "R/O/" + std::string(400, 'x');
+    CVariable *found = nullptr;
+    const auto probe = AllocationProbe::refusingFrom(0);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("R/O/V", &found));
+    EXPECT_EQ(variable, found);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByName("V", &found));
+    EXPECT_EQ(variable, found);
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath(longPath.c_str(), &found));
+}
+
+TEST_F(StorageOutOfMemory, TheBroker_LetsTheAllocatorsExceptionThroughAndAddsNothing) {
+    InterfaceBroker &broker = InterfaceBroker::getInstance();
+    IInterface interface(std::string(100, 'i'));
+    const long blocks = AllocationProbe::blocks();
+    for (const unsigned refused : {0U, 1U}) {
+        bool hasThrown = false;
+        {
+            const auto probe = AllocationProbe::refusingOnly(refused);
+            try {
+                broker.registerInterface(&interface);
+            } catch (const std::bad_alloc &) {
+                hasThrown = true;
+            }
+        }
+        EXPECT_TRUE(hasThrown) << refused;
+    }
+    EXPECT_EQ(blocks, AllocationProbe::blocks());
+    IInterface *found = nullptr;
+    EXPECT_EQ(eAF_E_FAILED, broker.getInterface(interface.getName(), &found));
+    EXPECT_EQ(eAF_S_OK, broker.registerInterface(&interface));
+    broker.clear();
+}
+
+} // namespace
