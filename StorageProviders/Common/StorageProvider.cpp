@@ -123,7 +123,7 @@ struct StorageProvider::Location {
     std::unique_ptr<VariableStore> store;
     bool isOpen = false;
     bool isRead = false;       ///< `known` is what the store holds.
-    bool isUnreadable = false; ///< The last retrieve failed: defaults stand in for what could not be read.
+    bool isUnreadable = false; ///< By the last retrieve: what stands in the variables must not be stored.
     std::unordered_map<std::string, StoredValue> known;
     unsigned long reserved = 0; ///< 0: no limit was given.
     SStorageStatistics statistics{};
@@ -286,7 +286,6 @@ EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
         CVariable_SetRetrieved(&variable, 1);
         ++statistics.noOfValuesRetrieved;
     });
-    isUnreadable = !isWhole;
     statistics.noOfValuesUnknown = static_cast<std::uint32_t>(known.size() - noOfMatches);
     if (statistics.noOfValuesUnknown != 0) {
         report.add(Severity::information, file + " holds " + std::to_string(statistics.noOfValuesUnknown) +
@@ -296,9 +295,9 @@ EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
         report.add(Severity::error,
                    "not every variable of " + file +
                        " could be walked: those that could are retrieved, see the traces before this one");
-        return walked;
     }
-    return isWhole ? eAF_S_OK : eAF_E_FAILED;
+    isUnreadable = !isWhole;
+    return isError(walked) ? walked : isWhole ? eAF_S_OK : eAF_E_FAILED;
 }
 
 StorageProvider::StorageProvider(VoxTrace &trace, MakeStore makeStore)
@@ -400,15 +399,19 @@ EAFResult StorageProvider::retrieveAll(unsigned long locationId, CDatabase *data
         log(m_trace, Severity::error, "RetrieveAll", "no database was given: register the location first");
         return eAF_E_INVALID_ARGUMENT;
     }
-    CDatabase_SetAsNotRetrieved(database);
+    const EAFResult cleared = CDatabase_SetAsNotRetrieved(database);
+    Location *location = nullptr;
     const EAFResult retrieved = guarded(m_trace, "RetrieveAll", locationId, [&] {
         TraceReport report(m_trace, "RetrieveAll");
-        Location *location = find(locationId, report);
+        location = find(locationId, report);
         if (location == nullptr) {
             return eAF_E_UNKNOWN_LOCATION;
         }
         location->statistics = {location->statistics.noOfValuesWritten, 0, 0, 0, 0};
         location->isUnreadable = true;
+        if (cleared == eAF_E_OUT_OF_MEMORY) {
+            throw std::bad_alloc();
+        }
         const EAFResult read = location->read(report);
         if (isError(read)) {
             report.add(Severity::error, location->file + " could not be read: the defaults hold, and nothing is stored "
@@ -417,7 +420,11 @@ EAFResult StorageProvider::retrieveAll(unsigned long locationId, CDatabase *data
         }
         return location->fill(database, report);
     });
-    const EAFResult defaults = CDatabase_SetNotRetrievedVariablesToDefault(database);
+    const EAFResult defaults = guarded(m_trace, "RetrieveAll", locationId,
+                                       [database] { return CDatabase_SetNotRetrievedVariablesToDefault(database); });
+    if (location != nullptr && defaults == eAF_E_OUT_OF_MEMORY) {
+        location->isUnreadable = true;
+    }
     return isError(retrieved) ? retrieved : isError(defaults) ? defaults : eAF_S_OK;
 }
 

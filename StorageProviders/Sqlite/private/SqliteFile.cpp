@@ -65,6 +65,7 @@ void syncFolder(const std::string &folder) {
     }
 }
 
+/// The whole check, which compares the index too: a path that went bad in one of the two is found by the other.
 /// @param problem  receives the first finding; empty when all is well. @return SQLITE_OK or the failure.
 int checkIntegrity(sqlite3 *database, std::string &problem) {
     problem.clear();
@@ -137,20 +138,12 @@ EAFResult SqliteFile::openConnection(Purpose purpose, Report &report) {
         setEmpty();
         return eAF_S_OK;
     }
-    if (failure.code != SQLITE_OK) {
-        disconnect();
-        return fail(failure.result(), failure.text(), report);
-    }
-    return takeUp(purpose, report);
+    return failure.code == SQLITE_OK ? takeUp(purpose, report) : giveUp(failure, {}, purpose, report);
 }
 
 EAFResult SqliteFile::create(Report &report) {
     const Failure failure = openFile(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    if (failure.code != SQLITE_OK) {
-        disconnect();
-        return fail(failure.result(), failure.text(), report);
-    }
-    return takeUp(Purpose::write, report);
+    return failure.code == SQLITE_OK ? takeUp(Purpose::write, report) : giveUp(failure, {}, Purpose::write, report);
 }
 
 Failure SqliteFile::openFile(int flags) {
@@ -165,30 +158,41 @@ Failure SqliteFile::openFile(int flags) {
 EAFResult SqliteFile::takeUp(Purpose purpose, Report &report) {
     FileHeader header;
     int code = readHeader(m_database, header);
-    if (code == SQLITE_OK && (header.owner == FileHeader::Owner::other || header.owner == FileHeader::Owner::newer)) {
+    if (code == SQLITE_OK && !isOurs(header)) {
         disconnect();
         return refuse(header, report);
     }
     std::string problem;
-    bool isIndexRebuilt = false;
     if (code == SQLITE_OK) {
         code = prepareConnection();
     }
     if (code == SQLITE_OK) {
-        code = checkContent(problem, isIndexRebuilt);
+        code = checkContent(problem);
+    }
+    if ((code & 0xFF) == SQLITE_ERROR) {
+        // The statements are ours: what SQLite does not understand is the file.
+        code = SQLITE_CORRUPT;
     }
     if (code != SQLITE_OK) {
         return giveUp(Failure::of(code, m_database), problem, purpose, report);
-    }
-    if (isIndexRebuilt) {
-        report.add(Severity::warning, m_name + ": its index did not match its values and was built anew; no value is "
-                                               "lost, but check the disk");
     }
     if (m_access == Access::readWrite && (!isWritable() || sqlite3_db_readonly(m_database, "main") == 1)) {
         report.add(Severity::warning, m_name + ": opened for reading only, storing will fail; make the file, its "
                                                "folder and its disk writable and start again");
     }
     return eAF_S_OK;
+}
+
+bool SqliteFile::isOurs(const FileHeader &header) const {
+    if (header.owner == FileHeader::Owner::other && !header.isSqlite) {
+        // The power may have gone in the very first store, which leaves anything in the file and a journal that says
+        // that it was empty.
+        sqlite3_vfs *system = sqlite3_vfs_find(nullptr);
+        const std::string journal = m_path + "-journal";
+        int isThere = 0;
+        return system->xAccess(system, journal.c_str(), SQLITE_ACCESS_EXISTS, &isThere) == SQLITE_OK && isThere != 0;
+    }
+    return header.owner == FileHeader::Owner::nobody || header.owner == FileHeader::Owner::us;
 }
 
 EAFResult SqliteFile::refuse(const FileHeader &header, Report &report) const {
@@ -226,7 +230,7 @@ int SqliteFile::prepareConnection() {
     return code;
 }
 
-int SqliteFile::checkContent(std::string &problem, bool &isIndexRebuilt) {
+int SqliteFile::checkContent(std::string &problem) {
     bool hasPages = false;
     {
         // The first statement that reads: a journal that a killed process left is rolled back here.
@@ -242,43 +246,15 @@ int SqliteFile::checkContent(std::string &problem, bool &isIndexRebuilt) {
         return SQLITE_OK;
     }
     int code = checkIntegrity(m_database, problem);
-    if (code == SQLITE_OK && !problem.empty()) {
-        code = rebuildIndex(isIndexRebuilt);
-        if (code == SQLITE_OK && !isIndexRebuilt) {
-            return SQLITE_CORRUPT;
-        }
+    if (code != SQLITE_OK || !problem.empty()) {
+        return code == SQLITE_OK ? SQLITE_CORRUPT : code;
     }
-    if (code != SQLITE_OK) {
-        return code;
-    }
-    Statement table(m_database, "SELECT id,location,path,type,count,value FROM variable");
-    code = table.reset();
+    const Statement table(m_database, "SELECT id,location,path,type,count,value FROM variable");
+    code = table.failure();
     if ((code & 0xFF) == SQLITE_ERROR) {
         problem = "the table of variables is missing or has other columns";
-        return SQLITE_CORRUPT;
     }
-    m_isEmpty = false;
-    return code;
-}
-
-int SqliteFile::rebuildIndex(bool &isRebuilt) {
-    if (!isWritable()) {
-        return SQLITE_CORRUPT;
-    }
-    Transaction transaction(*this);
-    int code = transaction.begin();
-    if (code == SQLITE_OK) {
-        code = execute(m_database, "REINDEX");
-    }
-    std::string problem;
-    if (code == SQLITE_OK) {
-        code = checkIntegrity(m_database, problem);
-    }
-    if (code != SQLITE_OK || !problem.empty()) {
-        return code == SQLITE_OK || (code & 0xFF) == SQLITE_CONSTRAINT ? SQLITE_CORRUPT : code;
-    }
-    code = transaction.commit();
-    isRebuilt = code == SQLITE_OK;
+    m_isEmpty = m_isEmpty && code != SQLITE_OK;
     return code;
 }
 

@@ -60,11 +60,10 @@ private:
     Failure openFile(int flags);
     EAFResult openConnection(Purpose purpose, Report &report);
     EAFResult takeUp(Purpose purpose, Report &report);
+    bool isOurs(const FileHeader &header) const;
     EAFResult refuse(const FileHeader &header, Report &report) const;
     int prepareConnection();
-    int checkContent(std::string &problem, bool &isIndexRebuilt);
-    /// What only an index tells wrongly is mended from the table, or left as it was.
-    int rebuildIndex(bool &isRebuilt);
+    int checkContent(std::string &problem);
     EAFResult giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report);
     EAFResult setAside(const std::string &damage, Report &report);
     EAFResult fail(EAFResult result, const std::string &text, Report &report) const;

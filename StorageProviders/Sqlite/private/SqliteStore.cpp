@@ -239,38 +239,46 @@ int SqliteStore::storeRows(const StoredValues &values) {
                                          "ON CONFLICT(location,path) DO UPDATE "
                                          "SET type=excluded.type,count=excluded.count,value=excluded.value "
                                          "RETURNING id");
-    std::string text;
-    const auto bind = [&](Statement &statement, const StoredValue &value) {
-        statement.bindInteger(1, m_locationId);
-        bindName(statement, 2, value.path);
-        statement.bindText(3, typeName(value.type));
-        statement.bindInteger(4, value.noOfElements);
-        bindValue(statement, 5, value, text);
-    };
-    for (const StoredValue &value : values) {
-        const auto known = m_ids.find(value.path);
+    int code = update.failure() != SQLITE_OK ? update.failure() : insert.failure();
+    for (auto value = values.begin(); code == SQLITE_OK && value != values.end(); ++value) {
+        bool isUpdated = false;
+        const auto known = m_ids.find(value->path);
         if (known != m_ids.end()) {
-            bind(update, value);
-            update.bindInteger(6, known->second);
-            const int code = update.run();
-            if (code != SQLITE_OK) {
-                return code;
-            }
-            if (sqlite3_changes(m_file->database()) > 0) {
-                continue;
-            }
+            code = updateRow(update, known->second, *value, isUpdated);
         }
-        bind(insert, value);
-        int code = insert.step();
-        if (code == SQLITE_ROW) {
-            m_ids[value.path] = insert.integer(0);
-            code = insert.run();
-        }
-        if (code != SQLITE_OK) {
-            return code;
+        if (code == SQLITE_OK && !isUpdated) {
+            code = insertRow(insert, *value);
         }
     }
-    return SQLITE_OK;
+    return code;
+}
+
+void SqliteStore::bindRow(Statement &statement, const StoredValue &value, std::string &text) const {
+    statement.bindInteger(1, m_locationId);
+    bindName(statement, 2, value.path);
+    statement.bindText(3, typeName(value.type));
+    statement.bindInteger(4, value.noOfElements);
+    bindValue(statement, 5, value, text);
+}
+
+int SqliteStore::updateRow(Statement &update, std::int64_t id, const StoredValue &value, bool &isUpdated) const {
+    std::string text;
+    bindRow(update, value, text);
+    update.bindInteger(6, id);
+    const int code = update.run();
+    isUpdated = code == SQLITE_OK && sqlite3_changes(m_file->database()) > 0;
+    return code;
+}
+
+int SqliteStore::insertRow(Statement &insert, const StoredValue &value) {
+    std::string text;
+    bindRow(insert, value, text);
+    const int code = insert.step();
+    if (code != SQLITE_ROW) {
+        return code == SQLITE_DONE ? SQLITE_ERROR : code;
+    }
+    m_ids[value.path] = insert.integer(0);
+    return insert.run();
 }
 
 EAFResult SqliteStore::locations(const std::string &file, std::vector<unsigned long> &locationIds, Report &report) {

@@ -13,6 +13,8 @@
 
 namespace storage {
 
+class Statement;
+
 /// Stores of one file share its connection and its lock: all of them belong to one thread at a time.
 class SqliteStore : public VariableStore {
 public:
@@ -41,6 +43,9 @@ private:
     EAFResult checkValues(const StoredValues &values, Report &report) const;
     int store(const StoredValues &values);
     int storeRows(const StoredValues &values);
+    void bindRow(Statement &statement, const StoredValue &value, std::string &text) const;
+    int updateRow(Statement &update, std::int64_t id, const StoredValue &value, bool &isUpdated) const;
+    int insertRow(Statement &insert, const StoredValue &value);
 
     std::string m_name;
     std::int64_t m_locationId;

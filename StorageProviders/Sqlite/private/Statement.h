@@ -30,6 +30,9 @@ public:
     int run();
     int reset();
 
+    /// The first failure since the statement was made, or SQLITE_OK.
+    int failure() const { return m_failure; }
+
     int columnType(int column) const;
     std::int64_t integer(int column) const;
     double real(int column) const;

@@ -14,14 +14,14 @@ namespace storage {
 namespace {
 
 struct Utf8Form {
-    unsigned char mask;
-    unsigned char lead;
     std::size_t length;
     std::uint32_t smallest;
+    unsigned char mask;
+    unsigned char lead;
 };
 
 constexpr Utf8Form utf8Forms[] = {
-    {0x80, 0x00, 1, 0}, {0xE0, 0xC0, 2, 0x80}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
+    {1, 0, 0x80, 0x00}, {2, 0x80, 0xE0, 0xC0}, {3, 0x800, 0xF0, 0xE0}, {4, 0x10000, 0xF8, 0xF0}};
 
 /// @return the length of the character that the text begins with, 0 when that is none.
 std::size_t utf8Length(std::string_view text) {

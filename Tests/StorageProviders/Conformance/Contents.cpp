@@ -10,12 +10,15 @@ namespace test {
 TemporaryFolder::TemporaryFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "stores-XXXXXX").string();
     EXPECT_NE(nullptr, mkdtemp(pattern.data()));
-    m_name = pattern;
+    m_root = pattern;
+    m_name = m_root + "/stores";
+    std::filesystem::permissions(m_root, std::filesystem::perms(0755)); // a test reads it as another user
+    std::filesystem::create_directory(m_name);
 }
 
 TemporaryFolder::~TemporaryFolder() {
     std::error_code ignored;
-    std::filesystem::remove_all(m_name, ignored);
+    std::filesystem::remove_all(m_root, ignored);
 }
 
 std::vector<std::string> TemporaryFolder::files() const {
@@ -80,6 +83,14 @@ CVariable *Firmware::variable(CStorageObject *object, const std::string &name, E
     m_variables.emplace_back();
     CVariable_Construct(&m_variables.back(), address, type, noOfElements, name.c_str(), defaultAddress);
     EXPECT_EQ(content.size(), CVariable_GetSizeInBytes(&m_variables.back())) << name;
+    EXPECT_EQ(eAF_S_OK, CStorageObject_AddVariable(object, &m_variables.back()));
+    return &m_variables.back();
+}
+
+CVariable *Firmware::ownedVariable(CStorageObject *object, const std::string &name, EVariableType type,
+                                   std::uint32_t noOfElements) {
+    m_variables.emplace_back();
+    CVariable_Construct(&m_variables.back(), nullptr, type, noOfElements, name.c_str(), nullptr);
     EXPECT_EQ(eAF_S_OK, CStorageObject_AddVariable(object, &m_variables.back()));
     return &m_variables.back();
 }

@@ -13,7 +13,7 @@
 
 namespace test {
 
-/// A folder of its own, removed with everything in it.
+/// A folder of its own in one of its own, removed with everything in them.
 class TemporaryFolder {
 public:
     TemporaryFolder();
@@ -26,6 +26,7 @@ public:
     std::vector<std::string> files() const;
 
 private:
+    std::string m_root;
     std::string m_name;
 };
 
@@ -45,6 +46,10 @@ public:
     CVariable *variable(CStorageObject *object, const std::string &name, EVariableType type, std::uint32_t noOfElements,
                         const std::vector<unsigned char> &content,
                         const std::vector<unsigned char> *defaults = nullptr);
+
+    /// A variable that makes its content block itself.
+    CVariable *ownedVariable(CStorageObject *object, const std::string &name, EVariableType type,
+                             std::uint32_t noOfElements);
 
     template <class Element>
     CVariable *single(CStorageObject *object, const std::string &name, EVariableType type, Element content,

@@ -3,101 +3,198 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <tuple>
 #include <vector>
+
+#include "VoxTrace.h"
 
 namespace {
 
-using Kept = std::tuple<EVariableType, std::uint32_t, std::vector<unsigned char>>;
-using Kepts = std::map<std::string, Kept>;
+struct Kept {
+    EVariableType type;
+    std::uint32_t noOfElements;
+    std::vector<unsigned char> content;
+    bool fits(const CVariable &variable) const {
+        return type == variable.type && noOfElements == variable.noOfElements;
+    }
+};
+using Store = std::map<std::string, Kept>;
 
-/// What outlives a close, by file; and which file a location has.
-std::map<std::string, Kepts> disks;
-std::map<unsigned long, std::string> files;
-std::map<unsigned long, SStorageStatistics> results;
+struct Location {
+    std::string file;
+    bool isInDoubt = false; ///< What stands in the variables may be defaults for values that are there.
+    SStorageStatistics counted{};
+};
 
-// The context of the walk that runs.
-Kepts *walked;
-SStorageStatistics *counted;
-std::set<std::string> seen;
+/// What outlives a close: stores by file, each with a part for every location.
+std::map<std::string, std::map<unsigned long, Store>> disk;
+std::set<std::string> unreadableFolders;
+bool areWritesRefused;
 
-std::vector<unsigned char> contentOf(CVariable *variable) {
-    const auto *begin = static_cast<unsigned char *>(variable->content);
-    return {begin, begin + CVariable_GetSizeInBytes(variable)};
+std::map<unsigned long, Location> locations;
+
+VoxTrace ownTrace("TEST.MEMORY", 3, 256);
+
+void tell(VoxTraceLevel level, const std::string &text) {
+    ownTrace.logMsg(level, {__FILE__, __LINE__, "MemoryProvider"}, text.c_str());
 }
 
-EAFResult store(CDatabase *, CVariable *variable, const char *fullPath, const char *, const char *, const char *) {
-    if (!seen.insert(fullPath).second) {
-        return eAF_S_OK;
-    }
-    CVariable_Lock(variable);
-    Kept now{variable->type, variable->noOfElements, contentOf(variable)};
-    CVariable_UnLock(variable);
-    const auto found = walked->find(fullPath);
-    if (found == walked->end() || found->second != now) {
-        (*walked)[fullPath] = now;
-        ++counted->noOfValuesWritten;
-    }
-    return eAF_S_OK;
+#define NAME_OF_TYPE(type, value, elementSize) #type,
+constexpr const char *namesOfTypes[] = {AF_VARIABLE_TYPE_TABLE(NAME_OF_TYPE)};
+#undef NAME_OF_TYPE
+
+std::string kindOf(std::uint32_t type, std::uint32_t noOfElements) {
+    return std::string(namesOfTypes[type]) + "[" + std::to_string(noOfElements) + "]";
 }
 
-EAFResult retrieve(CDatabase *, CVariable *variable, const char *fullPath, const char *, const char *, const char *) {
-    if (!seen.insert(fullPath).second) {
-        return eAF_S_OK;
-    }
-    const auto found = walked->find(fullPath);
-    if (found == walked->end()) {
-        ++counted->noOfValuesMissing;
-        return eAF_S_OK;
-    }
-    const auto &[type, noOfElements, content] = found->second;
-    --counted->noOfValuesUnknown;
-    if (type != variable->type || noOfElements != variable->noOfElements) {
-        ++counted->noOfValuesMismatched;
-        return eAF_S_OK;
-    }
-    CVariable_Lock(variable);
-    std::memcpy(variable->content, content.data(), content.size());
-    CVariable_UnLock(variable);
-    CVariable_SetRetrieved(variable, 1);
-    ++counted->noOfValuesRetrieved;
-    return eAF_S_OK;
-}
+/// What the walk that runs is about.
+struct Visit {
+    Location &location;
+    Store &store;
+    Store changes;
+    std::set<std::string> seen;
+    bool isWhole = true;
 
-bool begin(unsigned long locationId) {
-    const auto file = files.find(locationId);
-    if (file == files.end()) {
+    bool isFirst(const char *path) {
+        const bool isNew = seen.insert(path).second;
+        if (!isNew) {
+            tell(3, std::string("a second variable has the path ") + path);
+        }
+        return isNew;
+    }
+    bool lock(CVariable *variable, const char *path) {
+        if (CVariable_Lock(variable) < eAF_E_FAILED) {
+            return true;
+        }
+        tell(1, std::string("can not lock ") + path);
+        isWhole = false;
         return false;
     }
-    walked = &disks[file->second];
-    counted = &results[locationId];
-    seen.clear();
+};
+Visit *running;
+
+EAFResult store(CDatabase * /*database*/, CVariable *variable, const char *path, const char * /*region*/,
+                const char * /*object*/, const char * /*name*/) {
+    if (!running->isFirst(path) || !running->lock(variable, path)) {
+        return eAF_S_OK;
+    }
+    const auto *content = static_cast<const unsigned char *>(variable->content);
+    const Kept now{variable->type, variable->noOfElements, {content, content + CVariable_GetSizeInBytes(variable)}};
+    CVariable_UnLock(variable);
+    const auto found = running->store.find(path);
+    if (found == running->store.end() || !found->second.fits(*variable) || found->second.content != now.content) {
+        running->changes[path] = now;
+    }
+    return eAF_S_OK;
+}
+
+EAFResult retrieve(CDatabase * /*database*/, CVariable *variable, const char *path, const char * /*region*/,
+                   const char * /*object*/, const char * /*name*/) {
+    if (!running->isFirst(path)) {
+        return eAF_S_OK;
+    }
+    SStorageStatistics &counted = running->location.counted;
+    const auto found = running->store.find(path);
+    if (found == running->store.end()) {
+        ++counted.noOfValuesMissing;
+        return eAF_S_OK;
+    }
+    --counted.noOfValuesUnknown;
+    const Kept &kept = found->second;
+    if (!kept.fits(*variable)) {
+        ++counted.noOfValuesMismatched;
+        tell(3, std::string(path) + " is kept as " + kindOf(kept.type, kept.noOfElements) + ", expected is " +
+                    kindOf(variable->type, variable->noOfElements));
+        return eAF_S_OK;
+    }
+    if (running->lock(variable, path)) {
+        if (!kept.content.empty()) {
+            std::memcpy(variable->content, kept.content.data(), kept.content.size());
+        }
+        CVariable_UnLock(variable);
+        CVariable_SetRetrieved(variable, 1);
+        ++counted.noOfValuesRetrieved;
+    }
+    return eAF_S_OK;
+}
+
+bool canBeRead(const Location &location) {
+    for (const std::string &folder : unreadableFolders) {
+        if (location.file.rfind(folder + "/", 0) == 0) {
+            tell(1, location.file + " can not be read");
+            return false;
+        }
+    }
     return true;
 }
 
-EAFResult initialize(unsigned long locationId) {
-    return files.count(locationId) != 0 ? eAF_S_OK : eAF_E_UNKNOWN_LOCATION;
+/// Runs a walk on what a location keeps. @return the walk's code, a failure also when a variable was left out.
+EAFResult walk(Visit &visit, CDatabase *database, DatabaseAction action) {
+    running = &visit;
+    const EAFResult walked = CDatabase_DoVariableOperation(database, action);
+    running = nullptr;
+    if (walked >= eAF_E_FAILED) {
+        tell(1, "not every variable of " + visit.location.file + " could be walked");
+    }
+    return walked >= eAF_E_FAILED || visit.isWhole ? walked : eAF_E_FAILED;
 }
 
-EAFResult reserve(unsigned long locationId, unsigned long) {
+EAFResult initialize(unsigned long locationId) {
+    const auto found = locations.find(locationId);
+    if (found == locations.end()) {
+        tell(1, "no file was named for the location " + std::to_string(locationId));
+        return eAF_E_UNKNOWN_LOCATION;
+    }
+    return canBeRead(found->second) ? eAF_S_OK : eAF_E_INITIALIZATION_ERROR;
+}
+
+EAFResult reserve(unsigned long locationId, unsigned long /*size*/) {
     return initialize(locationId);
 }
 
-EAFResult storeAll(unsigned long locationId, CDatabase *database, unsigned long) {
-    if (!begin(locationId)) {
-        return eAF_E_UNKNOWN_LOCATION;
+EAFResult storeAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
+    const EAFResult initialized = initialize(locationId);
+    if (initialized == eAF_E_UNKNOWN_LOCATION) {
+        return initialized;
     }
-    counted->noOfValuesWritten = 0;
-    return CDatabase_DoVariableOperation(database, store);
+    Location &location = locations[locationId];
+    location.counted.noOfValuesWritten = 0;
+    if (location.isInDoubt) {
+        tell(1, "nothing is stored in " + location.file + ": retrieve it first");
+        return eAF_E_NOT_INITIALIZED;
+    }
+    if (initialized != eAF_S_OK) {
+        return initialized;
+    }
+    Visit visit{location, disk[location.file][locationId], {}, {}};
+    const EAFResult walked = walk(visit, database, store);
+    if (areWritesRefused && !visit.changes.empty()) {
+        tell(1, location.file + " can not be written");
+        return eAF_E_FAILED;
+    }
+    for (const auto &[path, kept] : visit.changes) {
+        visit.store[path] = kept;
+    }
+    location.counted.noOfValuesWritten = static_cast<std::uint32_t>(visit.changes.size());
+    return walked;
 }
 
-EAFResult retrieveAll(unsigned long locationId, CDatabase *database, unsigned long) {
+EAFResult retrieveAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
     CDatabase_SetAsNotRetrieved(database);
-    EAFResult result = eAF_E_UNKNOWN_LOCATION;
-    if (begin(locationId)) {
-        *counted = {};
-        counted->noOfValuesUnknown = static_cast<std::uint32_t>(walked->size());
-        result = CDatabase_DoVariableOperation(database, retrieve);
+    EAFResult result = initialize(locationId);
+    if (result != eAF_E_UNKNOWN_LOCATION) {
+        Location &location = locations[locationId];
+        location.isInDoubt = true;
+        location.counted = {location.counted.noOfValuesWritten, 0, 0, 0, 0};
+        if (result == eAF_S_OK) {
+            Visit visit{location, disk[location.file][locationId], {}, {}};
+            location.counted.noOfValuesUnknown = static_cast<std::uint32_t>(visit.store.size());
+            result = walk(visit, database, retrieve);
+            location.isInDoubt = !visit.isWhole;
+            if (location.counted.noOfValuesUnknown != 0) {
+                tell(5, location.file + " keeps " + std::to_string(location.counted.noOfValuesUnknown) +
+                            " values of variables that are not registered");
+            }
+        }
     }
     CDatabase_SetNotRetrievedVariablesToDefault(database);
     return result;
@@ -107,29 +204,51 @@ IStorageProvider operations{initialize, reserve, storeAll, retrieveAll};
 
 } // namespace
 
-test::MemoryProvider::MemoryProvider() = default;
+namespace test {
 
-test::MemoryProvider::~MemoryProvider() {
-    close();
-    disks.clear();
+MemoryProvider::~MemoryProvider() {
+    locations.clear();
+    disk.clear();
+    unreadableFolders.clear();
+    areWritesRefused = false;
 }
 
-IStorageProvider *test::MemoryProvider::table() {
+IStorageProvider *MemoryProvider::table() {
     return &operations;
 }
 
-EAFResult test::MemoryProvider::setFile(unsigned long locationId, const std::string &file) {
-    files[locationId] = file;
-    results[locationId] = {};
+EAFResult MemoryProvider::setFile(unsigned long locationId, const std::string &file) {
+    locations[locationId] = {file};
     return eAF_S_OK;
 }
 
-EAFResult test::MemoryProvider::statistics(unsigned long locationId, SStorageStatistics *statistics) {
-    *statistics = results[locationId];
+EAFResult MemoryProvider::statistics(unsigned long locationId, SStorageStatistics *statistics) {
+    const auto found = locations.find(locationId);
+    if (found == locations.end()) {
+        return eAF_E_UNKNOWN_LOCATION;
+    }
+    *statistics = found->second.counted;
     return eAF_S_OK;
 }
 
-void test::MemoryProvider::close() {
-    files.clear();
-    results.clear();
+void MemoryProvider::close() {
+    locations.clear();
 }
+
+void MemoryProvider::makeUnreadable(const std::string &folder) {
+    unreadableFolders.insert(folder);
+}
+
+void MemoryProvider::makeReadable(const std::string &folder) {
+    unreadableFolders.erase(folder);
+}
+
+void MemoryProvider::refuseWrites() {
+    areWritesRefused = true;
+}
+
+void MemoryProvider::allowWrites() {
+    areWritesRefused = false;
+}
+
+} // namespace test

@@ -8,16 +8,18 @@ namespace test {
 
 class MemoryProvider : public ProviderUnderTest {
 public:
-    MemoryProvider();
     ~MemoryProvider() override;
-    MemoryProvider(const MemoryProvider &) = delete;
-    MemoryProvider &operator=(const MemoryProvider &) = delete;
 
     IStorageProvider *table() override;
     EAFResult setFile(unsigned long locationId, const std::string &file) override;
     EAFResult statistics(unsigned long locationId, SStorageStatistics *statistics) override;
     void close() override;
-    bool keepsFiles() const override { return false; }
+    bool sharesFiles() const override { return true; }
+
+    void makeUnreadable(const std::string &folder) override;
+    void makeReadable(const std::string &folder) override;
+    void refuseWrites() override;
+    void allowWrites() override;
 };
 
 } // namespace test

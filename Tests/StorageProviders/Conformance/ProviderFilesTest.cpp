@@ -1,4 +1,4 @@
-// What is about files.
+// What is about files: for providers whose stores are such.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,23 +26,7 @@ namespace fs = std::filesystem;
 
 class ProviderFiles : public Conformance {
 protected:
-    ProviderFiles() {
-        if (provider->keepsFiles()) {
-            provider->close();
-        }
-    }
-    void SetUp() override {
-        if (!provider->keepsFiles()) {
-            GTEST_SKIP() << "this provider keeps no files";
-        }
-    }
-    ~ProviderFiles() override {
-        if (provider->keepsFiles()) {
-            provider->close();
-        }
-    }
-    ProviderFiles(const ProviderFiles &) = delete;
-    ProviderFiles &operator=(const ProviderFiles &) = delete;
+    ProviderFiles() { provider->close(); }
 
     /// A store that holds one value.
     void fill(const std::string &file, std::int32_t value) {
@@ -124,6 +108,31 @@ TEST_F(ProviderFiles, AFolderThatIsAFile_IsACode) {
     EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, provider->table()->Initialize(1));
 }
 
+TEST_F(ProviderFiles, AFolderThatTakesNoFiles_IsACodeAndATraceAlsoForRoot) {
+    const std::string file = "/proc/s.store";
+    ASSERT_EQ(eAF_S_OK, provider->setFile(1, file));
+    TraceRecorder::reset();
+    const EAFResult retrievedAll = firmware.retrieve(*provider);
+    const EAFResult stored = firmware.store(*provider);
+    EXPECT_THAT(stored, testing::Ge(eAF_E_FAILED)) << std::hex << retrievedAll;
+    EXPECT_THAT(told(1), Contains(HasSubstr(file)));
+    EXPECT_EQ(70, valueOf<std::int32_t>(variable));
+}
+
+TEST_F(ProviderFiles, AFolderOfTheStoresName_IsACodeAndStays) {
+    const std::string file = folder.file("s.store");
+    fs::create_directory(file);
+    std::ofstream(file + "/kept") << "text";
+    ASSERT_EQ(eAF_S_OK, provider->setFile(1, file));
+    TraceRecorder::reset();
+    const EAFResult initialized = provider->table()->Initialize(1);
+    EXPECT_THAT(initialized, testing::Ge(eAF_E_FAILED));
+    EXPECT_THAT(told(1), Contains(HasSubstr(file)));
+    EXPECT_EQ(70, retrieved(initialized));
+    EXPECT_EQ(eAF_E_NOT_INITIALIZED, firmware.store(*provider));
+    EXPECT_EQ("text", bytesOf(file + "/kept"));
+}
+
 TEST_F(ProviderFiles, AFileThatIsNoStore_IsLeftAloneByteByByte) {
     const std::string file = folder.file("letter.txt");
     const std::string text = "Dear reader,\nthis is no store, and somebody wants it back.\n" + std::string(5000, 'x');
@@ -185,6 +194,7 @@ TEST_F(ProviderFiles, AStoreThatAnotherProcessHolds_IsACodeThatNamesTheProcess) 
     EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, provider->table()->Initialize(1));
     EXPECT_THAT(told(1), Contains(AllOf(HasSubstr(file), HasSubstr(std::to_string(holder)))));
     EXPECT_EQ(70, retrieved(eAF_E_ALREADY_INITIALIZED));
+    EXPECT_EQ(eAF_E_NOT_INITIALIZED, firmware.store(*provider)) << "the defaults are not for the other's store";
     ::close(over[1]);
     ASSERT_EQ(holder, waitpid(holder, nullptr, 0));
     EXPECT_EQ(5, retrieved(eAF_S_OK)) << "the lock goes with its process";

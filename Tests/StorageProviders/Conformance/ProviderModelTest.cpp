@@ -1,4 +1,4 @@
-// Random stores, retrieves, changes and firmwares against a map; the seed is printed.
+// Random stores, full disks, retrieves, changes and firmwares against a map; the seed is printed.
 #include <map>
 #include <random>
 
@@ -28,6 +28,13 @@ struct Kept {
     Bytes content;
 };
 
+struct Registered {
+    std::string path;
+    Kind kind;
+    CVariable *variable;
+    Bytes defaults;
+};
+
 class ProviderModel : public Conformance, public testing::WithParamInterface<unsigned> {
 protected:
     Bytes randomContent(const Kind &kind) {
@@ -39,20 +46,58 @@ protected:
     }
     std::size_t below(std::size_t bound) { return random() % bound; }
 
-    std::mt19937 random{GetParam()};
-};
+    bool isKept(const Registered &registered) const {
+        const auto found = model.find(registered.path);
+        return found != model.end() && found->second.kind == registered.kind;
+    }
 
-struct Registered {
-    std::string path;
-    Kind kind;
-    CVariable *variable;
-    Bytes defaults;
+    void store(Firmware &firmware, const std::vector<Registered> &variables, bool isDiskFull) {
+        std::uint32_t noOfChanges = 0;
+        for (const Registered &each : variables) {
+            noOfChanges += isKept(each) && model[each.path].content == test::contentOf(each.variable) ? 0 : 1;
+        }
+        if (isDiskFull) {
+            provider->refuseWrites();
+        }
+        const EAFResult result = firmware.store(*provider);
+        if (isDiskFull) {
+            provider->allowWrites();
+        }
+        const bool isStored = !isDiskFull || noOfChanges == 0;
+        ASSERT_EQ(isStored, result == eAF_S_OK);
+        ASSERT_EQ(isStored ? noOfChanges : 0, statistics().noOfValuesWritten);
+        for (const Registered &each : variables) {
+            if (isStored) {
+                model[each.path] = {each.kind, test::contentOf(each.variable)};
+            }
+        }
+    }
+
+    void retrieve(Firmware &firmware, const std::vector<Registered> &variables) {
+        ASSERT_EQ(eAF_S_OK, firmware.retrieve(*provider));
+        std::uint32_t noOfLoaded = 0;
+        std::uint32_t noOfMissing = 0;
+        for (const Registered &each : variables) {
+            ASSERT_EQ(isKept(each) ? model[each.path].content : each.defaults, test::contentOf(each.variable))
+                << each.path;
+            noOfLoaded += isKept(each) ? 1 : 0;
+            noOfMissing += model.count(each.path) == 0 ? 1 : 0;
+        }
+        const auto noOfVariables = static_cast<std::uint32_t>(variables.size());
+        const SStorageStatistics counted = statistics();
+        ASSERT_EQ(noOfLoaded, counted.noOfValuesRetrieved);
+        ASSERT_EQ(noOfMissing, counted.noOfValuesMissing);
+        ASSERT_EQ(noOfVariables - noOfLoaded - noOfMissing, counted.noOfValuesMismatched);
+        ASSERT_EQ(model.size() - (noOfVariables - noOfMissing), counted.noOfValuesUnknown);
+    }
+
+    std::mt19937 random{GetParam()};
+    std::map<std::string, Kept> model;
 };
 
 TEST_P(ProviderModel, AgreesAfterEveryStep) {
     std::printf("seed %u\n", GetParam());
     TraceRecorder::reset(0, 0);
-    std::map<std::string, Kept> model;
     for (int start = 0; start < 12; ++start) {
         Firmware firmware;
         CStorageObject *object = firmware.object("O");
@@ -76,28 +121,15 @@ TEST_P(ProviderModel, AgreesAfterEveryStep) {
                 const Registered &changed = variables[below(variables.size())];
                 setContent(changed.variable, randomContent(changed.kind));
             } else if (what < 8) {
-                std::uint32_t expected = 0;
-                for (const Registered &each : variables) {
-                    const auto found = model.find(each.path);
-                    if (found == model.end() || !(found->second.kind == each.kind) ||
-                        found->second.content != test::contentOf(each.variable)) {
-                        ++expected;
-                    }
-                    model[each.path] = {each.kind, test::contentOf(each.variable)};
-                }
-                ASSERT_EQ(eAF_S_OK, firmware.store(*provider));
-                ASSERT_EQ(expected, statistics().noOfValuesWritten);
+                store(firmware, variables, below(5) == 0);
             } else {
                 if (what == 9) {
                     restart();
                 }
-                ASSERT_EQ(eAF_S_OK, firmware.retrieve(*provider));
-                for (const Registered &each : variables) {
-                    const auto found = model.find(each.path);
-                    const bool isLoaded = found != model.end() && found->second.kind == each.kind;
-                    ASSERT_EQ(isLoaded ? found->second.content : each.defaults, test::contentOf(each.variable))
-                        << each.path;
-                }
+                retrieve(firmware, variables);
+            }
+            if (HasFatalFailure()) {
+                return;
             }
         }
         restart();
