@@ -21,6 +21,9 @@ constexpr uint32_t init[] = {PHASE_INIT};
 constexpr uint32_t start[] = {PHASE_START};
 constexpr uint32_t stop[] = {PHASE_STOP};
 constexpr uint32_t startAndStop[] = {PHASE_START, PHASE_STOP};
+constexpr uint32_t retrieved[] = {PHASE_STORAGE_OBJECTS_RETRIEVED};
+constexpr uint32_t retrievedAndInit[] = {PHASE_STORAGE_OBJECTS_RETRIEVED, PHASE_INIT};
+constexpr uint32_t registerAndInit[] = {PHASE_REGISTER_STORAGE_OBJECTS, PHASE_INIT};
 constexpr uint32_t storage[] = {PHASE_REGISTER_STORAGE_OBJECTS, PHASE_STORAGE_OBJECTS_RETRIEVED};
 constexpr uint32_t storageAndInit[] = {PHASE_REGISTER_STORAGE_OBJECTS, PHASE_STORAGE_OBJECTS_RETRIEVED, PHASE_INIT};
 constexpr uint32_t allOfFrameFormat[] = {PHASE_PRE_FRAME_FORMAT_LOAD, PHASE_FRAME_FORMAT_LOAD,
@@ -42,7 +45,7 @@ constexpr SSubscription eventLog[] = {
 // The alarm thread is held while the DSP recovers and while a radio restarts cold: phases 31 and 37 belong to
 // both groups, one subscription serves both.
 constexpr SSubscription alarmCollector[] = {
-    subscription(NORMAL, BATCH_PREPARATION, init),
+    subscription(NORMAL, BATCH_PREPARATION, retrievedAndInit),
     subscription(HIGH, BATCH_OPERATION, start),
     subscription(LOW, BATCH_OPERATION, stop),
     subscription(NORMAL, BATCH_RECOVERY, alarmThread),
@@ -54,7 +57,7 @@ constexpr SSubscription clock[] = {
 };
 
 constexpr SSubscription boardSupervision[] = {
-    subscription(NORMAL, BATCH_PREPARATION, init),
+    subscription(NORMAL, BATCH_PREPARATION, retrievedAndInit),
     subscription(NORMAL, BATCH_OPERATION, startAndStop),
 };
 
@@ -72,9 +75,16 @@ constexpr SSubscription dspLoader[] = {
     subscription(NORMAL, BATCH_RECOVERY, dspRecovery),
 };
 
+// Everything is retrieved before anybody takes a value up, and stored when those who change values have stopped.
+constexpr SSubscription parameterStore[] = {
+    subscription(NORMAL, BATCH_PREPARATION, registerAndInit),
+    subscription(HIGHEST, BATCH_PREPARATION, retrieved),
+    subscription(LOW, BATCH_OPERATION, stop),
+};
+
 // Power comes on last and goes off first.
 constexpr SSubscription powerAmplifier[] = {
-    subscription(NORMAL, BATCH_PREPARATION, init),           subscription(LOWER_THAN_NORMAL, BATCH_OPERATION, start),
+    subscription(NORMAL, BATCH_PREPARATION, storageAndInit), subscription(LOWER_THAN_NORMAL, BATCH_OPERATION, start),
     subscription(HIGHER_THAN_NORMAL, BATCH_OPERATION, stop), subscription(NORMAL, BATCH_RADIO_RESTART, radioRestart),
     subscription(NORMAL, BATCH_RECOVERY, reconfigure),
 };
@@ -174,6 +184,7 @@ const std::vector<SNamedId> &events() {
         {EVENT_ALARM_ACKNOWLEDGED, "AlarmAcknowledged"},
         {EVENT_SAMPLE_BOARD, "SampleBoard"},
         {EVENT_BOARD_SAMPLED, "BoardSampled"},
+        {EVENT_STORE_PARAMETERS, "StoreParameters"},
     };
     return table;
 }
@@ -186,6 +197,7 @@ const std::vector<SModuleConfiguration> &moduleTable() {
         module(MODULE_BOARD_SUPERVISION, "BoardSupervision", ALL_RADIO_CHANNELS, boardSupervision),
         module(MODULE_FRAME_FORMAT_LOADER, "FrameFormatLoader", ALL_RADIO_CHANNELS, frameFormatLoader),
         module(MODULE_DSP_LOADER, "DspLoader", ALL_RADIO_CHANNELS, dspLoader),
+        module(MODULE_PARAMETER_STORE, "ParameterStore", ALL_RADIO_CHANNELS, parameterStore),
         module(MODULE_POWER_AMPLIFIER_1, "PowerAmplifier1", 1, powerAmplifier),
         module(MODULE_POWER_AMPLIFIER_2, "PowerAmplifier2", 2, powerAmplifier),
         module(MODULE_POWER_AMPLIFIER_3, "PowerAmplifier3", 3, powerAmplifier),
@@ -197,6 +209,7 @@ const std::vector<SModuleConfiguration> &moduleTable() {
 EventData dataOf(uint32_t eventId) {
     switch (eventId) {
     case EVENT_SAMPLE_BOARD:
+    case EVENT_STORE_PARAMETERS:
         return EventData::None;
     case EVENT_FRAME_FORMAT_ACTIVE:
     case EVENT_POWER_AMPLIFIER_ON:

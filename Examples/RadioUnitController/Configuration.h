@@ -62,6 +62,7 @@ enum {
     MODULE_BOARD_SUPERVISION = 4,
     MODULE_FRAME_FORMAT_LOADER = 5,
     MODULE_DSP_LOADER = 6,
+    MODULE_PARAMETER_STORE = 7,
     MODULE_POWER_AMPLIFIER_1 = 11,
     MODULE_POWER_AMPLIFIER_2 = 12,
     MODULE_POWER_AMPLIFIER_3 = 13,
@@ -77,12 +78,14 @@ enum {
     EVENT_ALARM_ACKNOWLEDGED = 12, ///< data word: the alarm's number
     EVENT_SAMPLE_BOARD = 20,       ///< no data
     EVENT_BOARD_SAMPLED = 21,      ///< copied data: BoardSample
+    EVENT_STORE_PARAMETERS = 30,   ///< no data
 };
 
 /// A listener's name is also the last part of its queue's name.
 #define LISTENER_EVENT_LOG "EventLog"
 #define LISTENER_ALARM_COLLECTOR "AlarmCollector"
 #define LISTENER_BOARD_SUPERVISION "BoardSupervision"
+#define LISTENER_PARAMETER_STORE "ParameterStore"
 
 enum { FIRST_RADIO_CHANNEL = 1, LAST_RADIO_CHANNEL = 4 };
 

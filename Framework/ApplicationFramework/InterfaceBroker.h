@@ -25,7 +25,7 @@ public:
     /// @retval eAF_E_INVALID_ARGUMENT    null interface under a free name; traced.
     EAFResult registerInterface(const std::string &name, IInterface *pInterface);
 
-    /// Publishes under the object's own name; it must not be null.
+    /// Publishes under the object's own name; a null one has the empty name.
     EAFResult registerInterface(IInterface *pInterface);
 
     /// @param ppInterface  receives the pointer, null when there is none; may be null. Traced at debug level.

@@ -122,7 +122,7 @@ protected:
             << controller.errors();
         // Whatever failed, every module is stopped: those of the table are ten, the frame format loader has nothing
         // to stop.
-        EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 9U) << controller.output();
+        EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 10U) << controller.output();
         EXPECT_TRUE(contains(controller.output(), "Gone, with exit code 1\n"));
     }
 };
@@ -195,7 +195,7 @@ TEST_P(FailureAtStopTest, Fail_AtStop_StopsAllOthersAndEndsWithCodeOne) {
     EXPECT_TRUE(contains(controller.errors(), "RadioUnitController: stop failed\n  module " + std::string(GetParam()) +
                                                   " failed in phase Stop"))
         << controller.errors();
-    EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 9U);
+    EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 10U);
 }
 
 INSTANTIATE_TEST_SUITE_P(, FailureAtStopTest, testing::Values("PowerAmplifier1", "BoardSupervision", "EventLog"),
@@ -214,7 +214,7 @@ TEST_P(SignalTest, Signal_WhileItStays_StopsItWithCodeZero) {
 
     EXPECT_EQ(controller.exitCode(), 0) << controller.errors();
     EXPECT_TRUE(contains(controller.output(), "\n" + signalName() + ": stopping\n")) << controller.output();
-    EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 9U);
+    EXPECT_EQ(callsIn(controller.output(), "Stop").size(), 10U);
     EXPECT_TRUE(contains(controller.output(), "Gone, with exit code 0\n"));
 }
 

@@ -30,15 +30,16 @@ EAFResult PlatformApplication::subscribe() {
     return result < eAF_E_FAILED ? subscribeAll({&eventLog, &alarmCollector, &boardSupervision}) : result;
 }
 
-RadioApplication::RadioApplication(const Options &options)
-    : frameFormatLoader(dsp, options.frameFormatPath), dspLoader(dsp, options.firmwarePath) {
+RadioApplication::RadioApplication(const Options &options, Storage &storage, Arrivals &arrivals)
+    : frameFormatLoader(dsp, options.frameFormatPath), dspLoader(dsp, options.firmwarePath),
+      parameterStore(storage, arrivals, options.newFirmware) {
     for (uint32_t channel = FIRST_RADIO_CHANNEL; channel <= LAST_RADIO_CHANNEL; ++channel) {
         powerAmplifiers.push_back(std::make_unique<PowerAmplifier>(channel));
     }
 }
 
 EAFResult RadioApplication::subscribe() {
-    EAFResult result = subscribeAll({&frameFormatLoader, &dspLoader});
+    EAFResult result = subscribeAll({&frameFormatLoader, &dspLoader, &parameterStore});
     for (const auto &powerAmplifier : powerAmplifiers) {
         if (result < eAF_E_FAILED) {
             result = powerAmplifier->subscribe();
@@ -52,7 +53,8 @@ SApplicationDescriptor Applications::platformDescriptor{&Applications::initializ
 SApplicationDescriptor Applications::radioDescriptor{&Applications::initializeRadio, [] { return "RadioApplication"; }};
 Applications *Applications::current = nullptr;
 
-Applications::Applications(const Options &options, Arrivals &arrivals) : m_options(options), m_arrivals(arrivals) {
+Applications::Applications(const Options &options, Storage &storage, Arrivals &arrivals)
+    : m_options(options), m_storage(storage), m_arrivals(arrivals) {
     current = this;
 }
 
@@ -79,7 +81,7 @@ EAFResult Applications::initializePlatform() {
 }
 
 EAFResult Applications::initializeRadio() {
-    current->m_radio = std::make_unique<RadioApplication>(current->m_options);
+    current->m_radio = std::make_unique<RadioApplication>(current->m_options, current->m_storage, current->m_arrivals);
     return current->m_radio->subscribe();
 }
 

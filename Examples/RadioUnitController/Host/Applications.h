@@ -9,11 +9,13 @@
 
 #include "Hardware/Dsp.h"
 #include "Host/Options.h"
+#include "Host/Storage.h"
 #include "Modules/AlarmCollector.h"
 #include "Modules/BoardSupervision.h"
 #include "Modules/DspLoader.h"
 #include "Modules/EventLog.h"
 #include "Modules/FrameFormatLoader.h"
+#include "Modules/ParameterStore.h"
 #include "Modules/PowerAmplifier.h"
 #include "Support/Arrivals.h"
 
@@ -33,15 +35,16 @@ struct PlatformApplication {
     BoardSupervision boardSupervision;
 };
 
-/// DSP, frame format and the amplifiers of the four channels.
+/// DSP, frame format, parameters and the amplifiers of the four channels.
 struct RadioApplication {
-    explicit RadioApplication(const Options &options);
+    RadioApplication(const Options &options, Storage &storage, Arrivals &arrivals);
 
     EAFResult subscribe();
 
     Dsp dsp;
     FrameFormatLoader frameFormatLoader;
     DspLoader dspLoader;
+    ParameterStore parameterStore;
     std::vector<std::unique_ptr<PowerAmplifier>> powerAmplifiers;
 };
 
@@ -49,8 +52,8 @@ struct RadioApplication {
 /// is what they work on.
 class Applications {
 public:
-    /// @param options, arrivals  must outlive this object.
-    Applications(const Options &options, Arrivals &arrivals);
+    /// @param options, storage, arrivals  must outlive this object.
+    Applications(const Options &options, Storage &storage, Arrivals &arrivals);
     Applications(const Applications &) = delete;
     Applications &operator=(const Applications &) = delete;
     ~Applications();
@@ -73,6 +76,7 @@ private:
     static Applications *current;
 
     const Options &m_options;
+    Storage &m_storage;
     Arrivals &m_arrivals;
     std::unique_ptr<PlatformApplication> m_platform; // made by its application's initialize
     std::unique_ptr<RadioApplication> m_radio;

@@ -59,7 +59,7 @@ const char *stateText(uint32_t state) {
 
 Controller::Controller(const Options &options)
     : m_generatedFirmware(generateFirmware(options)), m_options(withFirmware(options, m_generatedFirmware.get())),
-      m_framework(options.port), m_applications(m_options, m_arrivals) {
+      m_framework(options.port), m_storage(m_options), m_applications(m_options, m_storage, m_arrivals) {
     installResetProvider(m_options.resetRecordPath);
     Framework::registerConfiguration();
     if (Applications::registerAll() >= eAF_E_FAILED) {
@@ -70,7 +70,9 @@ Controller::Controller(const Options &options)
     }
 }
 
-Controller::~Controller() = default;
+Controller::~Controller() {
+    m_storage.close(); // while the modules' storage objects live
+}
 
 EAFResult Controller::start() {
     printRunHeader(GROUP_START, ALL_RADIO_CHANNELS);

@@ -9,6 +9,7 @@
 #include "Host/Applications.h"
 #include "Host/Framework.h"
 #include "Host/Options.h"
+#include "Host/Storage.h"
 #include "Support/Arrivals.h"
 #include "Support/PhaseCall.h"
 #include "Support/TemporaryFile.h"
@@ -37,6 +38,7 @@ public:
     static void printModuleStates();
 
     Arrivals &arrivals() { return m_arrivals; }
+    Storage &storage() { return m_storage; }
     PlatformApplication &platform() { return m_applications.platform(); } ///< From start on.
     RadioApplication &radio() { return m_applications.radio(); }          ///< From start on.
 
@@ -45,6 +47,7 @@ private:
     const Options m_options;
     Arrivals m_arrivals;
     Framework m_framework;
+    Storage m_storage;
     Applications m_applications; // last: the modules go before the framework does
 };
 

@@ -12,6 +12,7 @@
 #include "Host/ChildProcess.h"
 #include "Host/ResetProvider.h"
 #include "Support/DataWord.h"
+#include "Support/IGainControl.h"
 #include "Support/QueueMessage.h"
 
 namespace radio {
@@ -23,7 +24,8 @@ void printSetting(int32_t port) {
     CModuleManager_GetSystemResetInfo(&info, resetText.data(), static_cast<uint32_t>(resetText.size()));
     std::printf("Radio unit controller, server port %d, process %ld\n", port, static_cast<long>(getpid()));
     std::printf("  last reset: %s; cold: %s\n", resetText.data(), CModuleManager_IsColdReset() != 0 ? "yes" : "no");
-    for (const char *listener : {LISTENER_EVENT_LOG, LISTENER_ALARM_COLLECTOR, LISTENER_BOARD_SUPERVISION}) {
+    for (const char *listener :
+         {LISTENER_EVENT_LOG, LISTENER_ALARM_COLLECTOR, LISTENER_BOARD_SUPERVISION, LISTENER_PARAMETER_STORE}) {
         std::printf("  queue: %s\n", queueName(listener).c_str());
     }
 }
@@ -35,8 +37,9 @@ Demonstration::Demonstration(Controller &controller, SignalWatch &signals, const
 
 ExitCode Demonstration::run() {
     printSetting(m_options.port);
-    for (const Step step : {&Demonstration::start, &Demonstration::handleEvents, &Demonstration::loseDsp,
-                            &Demonstration::recoverDsp, &Demonstration::restartRadio, &Demonstration::stay}) {
+    for (const Step step :
+         {&Demonstration::start, &Demonstration::handleEvents, &Demonstration::loseDsp, &Demonstration::recoverDsp,
+          &Demonstration::restartRadio, &Demonstration::changeParameters, &Demonstration::stay}) {
         const std::string signal = m_signals.received();
         if (!signal.empty()) {
             std::printf("\n%s: stopping\n", signal.c_str());
@@ -115,6 +118,18 @@ bool Demonstration::restartRadio() {
         return fail("the restart of radio channel " + std::to_string(m_options.restartChannel) + " failed");
     }
     return true;
+}
+
+bool Demonstration::changeParameters() {
+    heading("Parameters, kept until the next start");
+    ParameterStore::print();
+    std::printf("  the gain of channel 2 goes down by 1 dB, through the interface %s\n",
+                IGainControl::nameOf(2).c_str());
+    if (!m_controller.radio().parameterStore.tune(2, -1.0)) {
+        return fail("the gain could not be changed");
+    }
+    CEventHandler_FireEvent(EVENT_STORE_PARAMETERS);
+    return m_controller.arrivals().show(LISTENER_PARAMETER_STORE, 1) || fail("the parameters were not stored");
 }
 
 bool Demonstration::stay() {

@@ -26,6 +26,7 @@ private:
     bool loseDsp();
     bool recoverDsp();
     bool restartRadio();
+    bool changeParameters();
     bool stay();
 
     void stop();

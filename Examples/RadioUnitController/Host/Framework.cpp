@@ -12,7 +12,7 @@
 namespace radio {
 namespace {
 
-constexpr uint32_t maxNoOfListeners = 3;
+constexpr uint32_t maxNoOfListeners = 4;
 
 void require(EAFResult result, const std::string &what) {
     if (result >= eAF_E_FAILED) {

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 
 #include "Configuration.h"
 #include "Host/ExitCode.h"
@@ -81,6 +82,17 @@ std::optional<Options> parseOptions(int argc, const char *const *argv, int &exit
     app.add_option("--write-firmware", options.firmwareToWrite, "write a firmware image and end")->type_name("FILE");
     app.add_option("--reset-record", options.resetRecordPath, "file that carries a system reset to the next start")
         ->type_name("FILE");
+    app.add_option("--storage", options.storage, "what keeps the parameters")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, StorageKind>{{"sqlite", StorageKind::Sqlite}, {"file", StorageKind::File}}))
+        ->type_name("sqlite|file");
+    app.add_option("--store-folder", options.storeFolder,
+                   "folder of the parameters, which must exist; a temporary one otherwise")
+        ->type_name("DIR");
+    app.add_flag("--new-firmware", options.newFirmware, "start as the next release, which knows one parameter more");
+    app.add_flag(
+        "--keep-storing", options.keepStoring,
+        "change and store a block of parameters over and over; a later start says whether it found them whole");
     app.footer("Modules: " + namesOf(moduleTable()) + "\nPhases: " + namesOf(phases()));
     try {
         app.parse(argc, argv);

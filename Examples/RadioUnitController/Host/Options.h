@@ -10,6 +10,8 @@
 
 namespace radio {
 
+enum class StorageKind { Sqlite, File };
+
 struct Options {
     int32_t port = 7400;
     bool stay = false;
@@ -21,6 +23,10 @@ struct Options {
     std::string firmwarePath;
     std::string firmwareToWrite; ///< Not empty: write an image to this file and do nothing else.
     std::string resetRecordPath;
+    StorageKind storage = StorageKind::Sqlite;
+    std::string storeFolder;  ///< Empty: a temporary one.
+    bool newFirmware = false; ///< As if of the next release, which knows one parameter more.
+    bool keepStoring = false;
 };
 
 /// Prints help or what is wrong by itself.

@@ -7,6 +7,7 @@
 #include "Host/ExitCode.h"
 #include "Host/Options.h"
 #include "Host/SignalWatch.h"
+#include "Host/Soak.h"
 #include "Support/Timeline.h"
 
 namespace {
@@ -23,7 +24,11 @@ int writeFirmware(const std::string &path) {
 /// The controller and all that it opened are gone when this returns.
 int demonstrate(const radio::Options &options) {
     radio::SignalWatch signals;
+    radio::Soak soak;
     radio::Controller controller(options);
+    if (options.keepStoring) {
+        return soak.run(controller, signals);
+    }
     return radio::Demonstration(controller, signals, options).run();
 }
 

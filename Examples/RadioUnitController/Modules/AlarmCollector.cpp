@@ -1,5 +1,9 @@
 #include "Modules/AlarmCollector.h"
 
+#include <CStorageManager.h>
+
+#include <cstring>
+
 #include "Hardware/Board.h"
 #include "Support/DataWord.h"
 #include "Support/PhaseCall.h"
@@ -19,6 +23,19 @@ AlarmCollector::AlarmCollector(Arrivals &arrivals)
       m_listener(LISTENER_ALARM_COLLECTOR,
                  {EVENT_ALARM_RAISED, EVENT_ALARM_CLEARED, EVENT_ALARM_ACKNOWLEDGED, EVENT_BOARD_SAMPLED},
                  [this](uint32_t eventId, const void *data) { return onEvent(eventId, data); }) {}
+
+EAFResult AlarmCollector::onPhaseModuleStorageObjectsRetrieved() {
+    // By name: which object and region keep it is nobody's business here.
+    void *content = nullptr;
+    unsigned long size = 0;
+    if (CStorageManager_GetVariableContentAddressByName("SerialNumber", &content, &size) >= eAF_E_FAILED) {
+        note("no serial number is known");
+        return eAF_W_WARNING;
+    }
+    note("alarms are those of unit " +
+         std::string(static_cast<const char *>(content), strnlen(static_cast<const char *>(content), size)));
+    return eAF_S_OK;
+}
 
 EAFResult AlarmCollector::onModuleInit() {
     note("listens to four events");

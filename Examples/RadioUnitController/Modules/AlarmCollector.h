@@ -18,6 +18,7 @@ class AlarmCollector final : public ControllerModule {
 public:
     explicit AlarmCollector(Arrivals &arrivals);
 
+    EAFResult onPhaseModuleStorageObjectsRetrieved() override;
     EAFResult onModuleInit() override;
     EAFResult onPhaseStart() override;
     EAFResult onPhaseStop() override;

@@ -1,7 +1,12 @@
 #include "Modules/BoardSupervision.h"
 
+#include <CStorageManager.h>
+
+#include <cmath>
+
 #include "Hardware/Board.h"
 #include "Support/PhaseCall.h"
+#include "Support/StoredValue.h"
 
 namespace radio {
 
@@ -9,6 +14,16 @@ BoardSupervision::BoardSupervision(Arrivals &arrivals)
     : ControllerModule(MODULE_BOARD_SUPERVISION), m_arrivals(arrivals),
       m_listener(LISTENER_BOARD_SUPERVISION, {EVENT_SAMPLE_BOARD},
                  [this](uint32_t eventId, const void * /*data*/) { return onEvent(eventId); }) {}
+
+EAFResult BoardSupervision::onPhaseModuleStorageObjectsRetrieved() {
+    CVariable *limit = nullptr;
+    if (CStorageManager_GetVariableByPath("Cfg/Radio/Limits/Load", &limit) >= eAF_E_FAILED) {
+        note("no load limit is known");
+        return eAF_W_WARNING;
+    }
+    note("load limit " + std::to_string(std::lround(storedElement<float>(limit, 0))));
+    return eAF_S_OK;
+}
 
 EAFResult BoardSupervision::onModuleInit() {
     BoardSample sample{};

@@ -13,6 +13,7 @@ class BoardSupervision final : public ControllerModule {
 public:
     explicit BoardSupervision(Arrivals &arrivals);
 
+    EAFResult onPhaseModuleStorageObjectsRetrieved() override;
     EAFResult onModuleInit() override;
     EAFResult onPhaseStart() override;
     EAFResult onPhaseStop() override;

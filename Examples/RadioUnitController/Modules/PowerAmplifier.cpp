@@ -1,13 +1,17 @@
 #include "Modules/PowerAmplifier.h"
 
 #include <CEventHandler.h>
+#include <CStorageManager.h>
+#include <InterfaceBroker.h>
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 
+#include "Host/Storage.h"
 #include "Support/DataWord.h"
 #include "Support/PhaseCall.h"
+#include "Support/StoredValue.h"
 
 namespace radio {
 namespace {
@@ -19,11 +23,6 @@ constexpr uint32_t largestGainCode = 4095;
 
 constexpr double quiescentCurrent = 250.0; // mA
 constexpr unsigned int biasBits = 8;
-
-/// The outer channels share their antenna filters and run lower.
-double targetGain(uint32_t radioChannel) {
-    return radioChannel == FIRST_RADIO_CHANNEL || radioChannel == LAST_RADIO_CHANNEL ? 27.0 : fullGain;
-}
 
 uint32_t gainCode(double decibel) {
     return static_cast<uint32_t>(std::lround(largestGainCode * std::pow(10.0, (decibel - fullGain) / 20.0)));
@@ -42,9 +41,61 @@ std::string whole(double value) {
 } // namespace
 
 PowerAmplifier::PowerAmplifier(uint32_t radioChannel)
-    : ControllerModule(MODULE_POWER_AMPLIFIER_1 + radioChannel - FIRST_RADIO_CHANNEL), m_radioChannel(radioChannel) {}
+    : ControllerModule(MODULE_POWER_AMPLIFIER_1 + radioChannel - FIRST_RADIO_CHANNEL),
+      IGainControl(IGainControl::nameOf(radioChannel)), m_radioChannel(radioChannel) {}
+
+PowerAmplifier::~PowerAmplifier() {
+    withdraw(); // also of a controller that never came to its stop phase
+}
+
+void PowerAmplifier::withdraw() {
+    if (m_isPublished) {
+        InterfaceBroker::getInstance().unregisterInterface(IGainControl::getName(), nullptr);
+        m_isPublished = false;
+    }
+}
+
+EAFResult PowerAmplifier::onModuleRegisterStorageObjects() {
+    CStorageRegion_Construct(&m_region, ("Cal" + std::to_string(m_radioChannel)).c_str(), LocationCalibration);
+    CStorageObject_Construct(&m_object, "Amplifier");
+    std::array<SVariableDescriptor, 2> variables{
+        {{&m_storedBias, TYPE_UINT8, 1, "Bias", nullptr},
+         {m_correction.data(), TYPE_INT16_ARRAY, static_cast<uint32_t>(m_correction.size()), "Correction", nullptr}}};
+    EAFResult result = CStorageObject_CreateVariables(&m_object, variables.data(), variables.size());
+    CStorageObject_GetVariableByName(&m_object, "Bias", &m_bias);
+    result = result < eAF_E_FAILED ? CStorageRegion_AddObject(&m_region, &m_object) : result;
+    result = result < eAF_E_FAILED ? CStorageManager_RegisterRegion(&m_region) : result;
+    note("region " + std::string(m_region.name) +
+         (result < eAF_E_FAILED ? " registered" : " was refused; the trace says why"));
+    return result;
+}
+
+EAFResult PowerAmplifier::onPhaseModuleStorageObjectsRetrieved() {
+    if (CStorageManager_GetVariableByPath("Cfg/Radio/Gains", &m_gains) >= eAF_E_FAILED) {
+        m_gains = nullptr;
+        note("no gain is known: the amplifier stays in standby");
+        return eAF_W_WARNING;
+    }
+    note("gain " + whole(targetGain()) + " dB, " +
+         (m_storedBias != 0 ? "last bias " + std::to_string(m_storedBias) : std::string("never calibrated")));
+    return eAF_S_OK;
+}
+
+double PowerAmplifier::targetGain() const {
+    return m_gains != nullptr ? storedElement<float>(m_gains, m_radioChannel - FIRST_RADIO_CHANNEL) : standbyGain;
+}
+
+bool PowerAmplifier::changeGain(double decibel) {
+    if (!m_on || decibel < 0.0 || decibel > fullGain) {
+        return false;
+    }
+    unsigned int steps = 0;
+    stepTo(decibel, steps);
+    return true;
+}
 
 EAFResult PowerAmplifier::onModuleInit() {
+    m_isPublished = InterfaceBroker::getInstance().registerInterface(this) == eAF_S_OK;
     return calibrateBias();
 }
 
@@ -53,6 +104,7 @@ EAFResult PowerAmplifier::onPhaseStart() {
 }
 
 EAFResult PowerAmplifier::onPhaseStop() {
+    withdraw();
     return switchOff();
 }
 
@@ -72,13 +124,13 @@ EAFResult PowerAmplifier::onPhasePreRadioRestartWarm() {
 }
 
 EAFResult PowerAmplifier::onPhasePostRadioRestartWarm() {
-    return rampTo(targetGain(m_radioChannel));
+    return rampTo(targetGain());
 }
 
 EAFResult PowerAmplifier::onPhaseDspRecoveryReconfig() {
     // While the DSP was off the amplifier had noise to send: it comes up from standby again.
     m_gain = standbyGain;
-    return rampTo(targetGain(m_radioChannel));
+    return rampTo(targetGain());
 }
 
 /// Successive approximation: the largest code that draws no more than the quiescent current.
@@ -97,7 +149,18 @@ EAFResult PowerAmplifier::calibrateBias() {
         return eAF_E_FAILED;
     }
     m_biasCode = code;
+    if (m_bias != nullptr) {
+        changeStoredElement(m_bias, 0, static_cast<unsigned char>(code));
+    }
     return eAF_S_OK;
+}
+
+void PowerAmplifier::stepTo(double decibel, unsigned int &steps) {
+    while (m_gain != decibel) {
+        m_gain += std::clamp(decibel - m_gain, -largestStep, largestStep);
+        m_gainCode = gainCode(m_gain);
+        ++steps;
+    }
 }
 
 EAFResult PowerAmplifier::rampTo(double decibel) {
@@ -107,18 +170,14 @@ EAFResult PowerAmplifier::rampTo(double decibel) {
     }
     const double from = m_gain;
     unsigned int steps = 0;
-    while (m_gain != decibel) {
-        m_gain += std::clamp(decibel - m_gain, -largestStep, largestStep);
-        m_gainCode = gainCode(m_gain);
-        ++steps;
-    }
+    stepTo(decibel, steps);
     note("gain " + whole(from) + " -> " + whole(m_gain) + " dB in " + std::to_string(steps) + " steps, code " +
          std::to_string(m_gainCode));
     return eAF_S_OK;
 }
 
 EAFResult PowerAmplifier::switchOn() {
-    const EAFResult result = rampTo(targetGain(m_radioChannel));
+    const EAFResult result = rampTo(targetGain());
     if (result >= eAF_E_FAILED) {
         return result;
     }

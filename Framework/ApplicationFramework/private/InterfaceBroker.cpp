@@ -38,7 +38,8 @@ EAFResult InterfaceBroker::registerInterface(const std::string &name, IInterface
 }
 
 EAFResult InterfaceBroker::registerInterface(IInterface *pInterface) {
-    return registerInterface(pInterface->m_name, pInterface);
+    static const std::string noName;
+    return registerInterface(pInterface != nullptr ? pInterface->m_name : noName, pInterface);
 }
 
 EAFResult InterfaceBroker::unregisterInterface(const std::string &name, IInterface **ppInterface) {

@@ -114,6 +114,11 @@ TEST_F(InterfaceBrokerTest, RegisterInterface_OfNull_IsTracedAndAddsNothing) {
     EXPECT_EQ(eAF_S_OK, broker.registerInterface("Radio", &a));
 }
 
+TEST_F(InterfaceBrokerTest, RegisterInterface_OfNullWithoutAName_IsRefusedInsteadOfBeingAskedForOne) {
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, broker.registerInterface(nullptr));
+    EXPECT_EQ(eAF_E_FAILED, broker.unregisterInterface("", nullptr));
+}
+
 TEST_F(InterfaceBrokerTest, UnregisterInterface_HandsBackThePointerAndForgetsTheName) {
     broker.registerInterface("Radio", &a);
     TraceRecorder::reset();

@@ -209,12 +209,12 @@ SimulatedDisk::SimulatedDisk() {
     sqlite3_vfs_register(&vfs, 1);
 }
 
-void SimulatedDisk::load(Image image) {
+void SimulatedDisk::load(const Image &image) {
     m_names.clear();
     m_files.clear();
-    for (auto &[name, contents] : image) {
+    for (const auto &[name, contents] : image) {
         m_names[name] = m_nextFile;
-        m_files[m_nextFile++] = std::move(contents);
+        m_files[m_nextFile++] = contents;
     }
 }
 

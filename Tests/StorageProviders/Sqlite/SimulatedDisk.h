@@ -40,7 +40,7 @@ public:
     static SimulatedDisk &instance();
 
     /// Replaces every file; all of it is on the disk. No file may be open.
-    void load(Image image);
+    void load(const Image &image);
     Image image() const;
 
     /// From here on operations are kept; what came before counts as synced.

@@ -57,8 +57,9 @@ TEST_F(SqliteBytesWrittenTest, ASecondStore_WritesWhatChanged) {
     EXPECT_EQ(0u, unchanged.bytes);
     EXPECT_EQ(0u, unchanged.operations);
     EXPECT_GT(one.bytes, 0u);
-    EXPECT_LE(one.bytes, 5u * 4096u) << "the page of the value and the file's first, here and in the journal";
-    EXPECT_LE(first.bytes, size + 2u * 4096u) << "a new file needs no journal of its pages";
+    EXPECT_LE(one.bytes, std::uint64_t{5} * 4096)
+        << "the page of the value and the file's first, here and in the journal";
+    EXPECT_LE(first.bytes, size + std::uint64_t{2} * 4096) << "a new file needs no journal of its pages";
 }
 
 TEST_F(SqliteBytesWrittenTest, AStoreAfterARestart_WritesWhatChangedSinceTheRetrieve) {

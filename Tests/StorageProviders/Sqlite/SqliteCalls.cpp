@@ -92,7 +92,8 @@ std::string FailingCall::name() const {
 
 } // namespace test
 
-// The calls as SQLite declares them; one that fails does nothing else.
+// The calls as SQLite declares them, but for the names of the parameters; one that fails does nothing else.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 #define FAIL_OR_FORWARD(name, arguments)                                                                               \
     const int failure = failureNow(__builtin_return_address(0), #name);                                                \
     static const auto real = next<decltype(&(name))>(#name);                                                           \
@@ -144,3 +145,4 @@ const void *sqlite3_column_blob(sqlite3_stmt *statement, int column) {
     static const auto real = next<decltype(&sqlite3_column_blob)>("sqlite3_column_blob");
     return real(statement, column);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -25,6 +25,8 @@ using test::stringValue;
 using test::valueOf;
 using testing::HasSubstr;
 
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
 class SqliteFormatTest : public test::SqliteStores {
 protected:
     std::string ask(const std::string &statements) { return test::sqlite3Program(file, statements); }
@@ -61,7 +63,7 @@ TEST_F(SqliteFormatTest, NumbersAreNumbers) {
     EXPECT_EQ("integer|200\n", shown(valueOf<std::uint8_t>("D", TYPE_CHAR, {200})));
     EXPECT_EQ("real|1.5\n", shown(valueOf<float>("E", TYPE_FLOAT, {1.5F})));
     EXPECT_EQ("real|0.1\n", shown(valueOf<double>("F", TYPE_DOUBLE, {0.1})));
-    EXPECT_EQ("real|Inf\n", shown(valueOf<double>("G", TYPE_DOUBLE, {INFINITY})));
+    EXPECT_EQ("real|Inf\n", shown(valueOf<double>("G", TYPE_DOUBLE, {infinity})));
     EXPECT_EQ("text|nan:7fc00000\n", shown(valueOf<float>("H", TYPE_FLOAT, {std::nanf("")})));
     EXPECT_EQ("text|nan:7ff8000000000000\n", shown(valueOf<double>("I", TYPE_DOUBLE, {std::nan("")})));
 }
@@ -105,7 +107,7 @@ TEST_F(SqliteFormatTest, AMendedValueThatFits_IsTaken) {
         {valueOf<float>("V", TYPE_FLOAT, {1}), "2", valueOf<float>("V", TYPE_FLOAT, {2})},
         {valueOf<float>("V", TYPE_FLOAT, {1}), "0.1", valueOf<float>("V", TYPE_FLOAT, {0.1F})},
         {valueOf<double>("V", TYPE_DOUBLE, {1}), "'1e-3'", valueOf<double>("V", TYPE_DOUBLE, {1e-3})},
-        {valueOf<double>("V", TYPE_DOUBLE, {1}), "'-inf'", valueOf<double>("V", TYPE_DOUBLE, {-INFINITY})},
+        {valueOf<double>("V", TYPE_DOUBLE, {1}), "'-inf'", valueOf<double>("V", TYPE_DOUBLE, {-infinity})},
         {stringValue("V", "12345"), "'ab'", stringValue("V", std::string("ab\0\0\0", 5))},
         {stringValue("V", "12345"), "'54321'", stringValue("V", "54321")},
         {stringValue("V", "12345"), "x'0001020304'", stringValue("V", std::string("\0\1\2\3\4", 5))},
@@ -114,7 +116,7 @@ TEST_F(SqliteFormatTest, AMendedValueThatFits_IsTaken) {
         {valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {1, 2}), "json_array(3,4)",
          valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {3, 4})},
         {valueOf<double>("V", TYPE_DOUBLE_ARRAY, {1, 2}), "'[1e3,\"inf\"]'",
-         valueOf<double>("V", TYPE_DOUBLE_ARRAY, {1000, INFINITY})},
+         valueOf<double>("V", TYPE_DOUBLE_ARRAY, {1000, infinity})},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(StoredValues{row.expected}, mended(row.value, row.sql)) << row.sql;

@@ -77,8 +77,8 @@ protected:
         EXPECT_EQ(0u, figures.refused);
     }
 
-    void startAfter(SimulatedDisk::Image image, StoredRegion &region, bool isReturned, std::uint32_t seed) {
-        disk.load(std::move(image));
+    void startAfter(const SimulatedDisk::Image &image, StoredRegion &region, bool isReturned, std::uint32_t seed) {
+        disk.load(image);
         disk.startLog();
         check(region, isReturned);
         if (seed != 0) {

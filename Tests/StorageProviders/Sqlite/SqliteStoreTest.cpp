@@ -15,7 +15,6 @@
 namespace {
 
 using storage::Access;
-using storage::Severity;
 using storage::SqliteStore;
 using storage::StoredValue;
 using storage::StoredValues;
@@ -25,7 +24,6 @@ using test::stringValue;
 using test::valueOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 template <class Real>
 Real fromBits(std::conditional_t<sizeof(Real) == 4, std::uint32_t, std::uint64_t> bits) {

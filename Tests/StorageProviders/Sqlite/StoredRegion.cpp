@@ -33,8 +33,9 @@ StoredRegion::~StoredRegion() {
 
 void StoredRegion::fill(std::uint32_t generation, std::size_t noOfVariables) {
     for (std::size_t i = 0; i < std::min(noOfVariables, m_contents.size()); ++i) {
+        const std::size_t step = std::size_t{generation} + 3;
         for (std::size_t j = 0; j < m_contents[i].size(); ++j) {
-            m_contents[i][j] = static_cast<unsigned char>(generation * 37 + i * 11 + j * (generation + 3));
+            m_contents[i][j] = static_cast<unsigned char>(step * 37 + i * 11 + j * step);
         }
     }
 }
