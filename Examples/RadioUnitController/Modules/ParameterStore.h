@@ -22,7 +22,7 @@ public:
     ParameterStore(Storage &storage, Arrivals &arrivals, bool withFanCurve);
     ParameterStore(const ParameterStore &) = delete;
     ParameterStore &operator=(const ParameterStore &) = delete;
-    ~ParameterStore();
+    ~ParameterStore() override;
 
     EAFResult onModuleRegisterStorageObjects() override;
     EAFResult onPhaseModuleStorageObjectsRetrieved() override;

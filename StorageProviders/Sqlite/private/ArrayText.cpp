@@ -1,5 +1,6 @@
 #include "ArrayText.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 

@@ -7,7 +7,6 @@ namespace {
 using test::Conformance;
 using test::contentOf;
 using test::Firmware;
-using test::setContent;
 using test::setValue;
 using test::TraceRecorder;
 using test::valueOf;

@@ -15,8 +15,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::Ge;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 using Bytes = std::vector<unsigned char>;
 

@@ -17,9 +17,7 @@ using test::TraceRecorder;
 using test::valueOf;
 using testing::AllOf;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 namespace fs = std::filesystem;

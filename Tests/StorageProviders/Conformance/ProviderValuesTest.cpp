@@ -104,6 +104,7 @@ TEST_F(Conformance, EveryKindAtItsExtremes_ComesBackBitByBit) {
     Firmware firmware;
     CStorageObject *object = firmware.object("Kinds");
     std::vector<CVariable *> variables;
+    variables.reserve(samples.size());
     for (const Sample &sample : samples) {
         variables.push_back(firmware.variable(object, sample.name, sample.type, sample.noOfElements,
                                               Bytes(sample.content.size(), 0xA5)));
@@ -144,7 +145,7 @@ TEST_F(Conformance, NestedObjectsAndObjectArrays_AreKept) {
 }
 
 TEST_F(Conformance, AMegabyte_ComesBackWhole) {
-    Bytes content(1024 * 1024);
+    Bytes content(std::size_t{1024} * 1024);
     for (std::size_t i = 0; i < content.size(); ++i) {
         content[i] = static_cast<unsigned char>((i * 2654435761U) >> 13);
     }

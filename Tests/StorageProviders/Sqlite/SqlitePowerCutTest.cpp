@@ -64,7 +64,10 @@ protected:
                     SCOPED_TRACE("cut after " + std::to_string(cut) + " of " + std::to_string(operations.size()) +
                                  ", survival " + std::to_string(static_cast<int>(survival)) + ", seed " +
                                  std::to_string(seed));
-                    startAfter(recorded.afterPowerCut(cut, survival, seed), region, cut == operations.size(), seed);
+                    startAfter(recorded.afterPowerCut(cut, survival, seed), region, cut == operations.size());
+                    if (survival == Survival::anyOrder && seed == 0) {
+                        goOn(region, cut == operations.size());
+                    }
                 }
             }
         }
@@ -77,20 +80,19 @@ protected:
         EXPECT_EQ(0u, figures.refused);
     }
 
-    void startAfter(const SimulatedDisk::Image &image, StoredRegion &region, bool isReturned, std::uint32_t seed) {
+    void startAfter(const SimulatedDisk::Image &image, StoredRegion &region, bool isReturned) {
         disk.load(image);
         disk.startLog();
         check(region, isReturned);
-        if (seed != 0) {
-            return;
-        }
-        // Rolling back is cut as well, and the start after that finds the same.
+    }
+
+    /// Cuts the rolling back of the start before as well: the start after that finds the same, and the store goes on.
+    void goOn(StoredRegion &region, bool isReturned) {
         const SimulatedDisk recovery = disk;
         for (std::size_t cut = 1; cut < recovery.log().size(); ++cut) {
-            disk.load(recovery.afterPowerCut(cut, Survival::anyOrder, seed * 31 + static_cast<std::uint32_t>(cut)));
+            disk.load(recovery.afterPowerCut(cut, Survival::anyOrder, static_cast<std::uint32_t>(cut)));
             check(region, isReturned);
         }
-        // And the store goes on.
         RunningProvider provider(file);
         ASSERT_EQ(eAF_S_OK, provider.retrieve(region));
         region.fill(3);
