@@ -10,7 +10,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include "ValueJson.h"
 
 namespace storage {
 
