@@ -1,10 +1,11 @@
 /* A storage provider as a host in C uses it: every flat function of one, chosen by PROVIDER and PROVIDER_HEADER. */
 #include PROVIDER_HEADER
 
+#include <unistd.h>
+
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include "CStorageManager.h"
 #include "Check.h"
