@@ -326,8 +326,12 @@ bool isMarkedFreed(const void *value) {
     return (reinterpret_cast<std::uintptr_t>(value) & 1) != 0;
 }
 
+void *withMark(CVariable *variable) {
+    return reinterpret_cast<char *>(variable) + 1;
+}
+
 CVariable *withoutMark(void *value) {
-    return reinterpret_cast<CVariable *>(reinterpret_cast<std::uintptr_t>(value) & ~std::uintptr_t{1});
+    return static_cast<CVariable *>(static_cast<void *>(static_cast<char *>(value) - (isMarkedFreed(value) ? 1 : 0)));
 }
 
 /// Before the region is destructed.
@@ -343,7 +347,7 @@ void markThoseToBeFreed(CDatabase &database, CStorageRegion &region) {
         path.append(variable.name);
         void *filed = nullptr;
         if (!af::isError(CHashTable_Get(&database.pathHashTable, path.text(), &filed)) && filed == &variable) {
-            CHashTable_Set(&database.pathHashTable, path.text(), reinterpret_cast<char *>(&variable) + 1);
+            CHashTable_Set(&database.pathHashTable, path.text(), withMark(&variable));
             variablesWereFreed = true;
         }
         path.cutTo(objectLength);

@@ -10,7 +10,6 @@
 #include <unordered_map>
 #include <utility>
 
-
 namespace storage {
 
 namespace {
