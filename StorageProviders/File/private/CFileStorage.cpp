@@ -10,7 +10,8 @@
 
 namespace {
 
-// Neither is destroyed: a host may still store while it exits.
+// Made while the library is loaded, so that no call has to do without; never destroyed: a host may store while it
+// exits.
 VoxTrace &fileTrace = *new VoxTrace("ZEL.AF.STOR.FILE", 3, 256);
 storage::StorageProvider &provider =
     *new storage::StorageProvider(fileTrace, [](unsigned long /*locationId*/, const std::string &file) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -23,6 +24,9 @@ std::string resolvedName(const std::string &file) {
         whole = whole.parent_path() / std::filesystem::read_symlink(whole, error);
     }
     const std::filesystem::path resolved = std::filesystem::weakly_canonical(whole, error);
+    if (error == std::errc::not_enough_memory) {
+        throw std::bad_alloc(); // a link that was not followed would be replaced
+    }
     return error ? file : resolved.string();
 }
 
@@ -67,7 +71,7 @@ struct FileStore::Choice {
 };
 
 FileStore::FileStore(const std::string &file)
-    : m_name(resolvedName(file)), m_before(m_name + ".1"), m_new(m_name + ".new") {}
+    : m_name(resolvedName(file)), m_before(m_name + ".1"), m_new(m_name + ".new"), m_folder(folderOf(m_name)) {}
 
 EAFResult FileStore::failed(const std::string &doing, int error, Report &report) const {
     report.add(Severity::error, doing + " failed (" + std::strerror(error) + "): " + adviceFor(error));
@@ -93,7 +97,7 @@ EAFResult FileStore::open(Access access, Report &report) {
         if (prepared != eAF_S_OK) {
             return prepared;
         }
-    } else if (!isThere(folderOf(m_name) + "/.")) {
+    } else if (!isThere(m_folder + "/.")) {
         report.add(Severity::error,
                    "the folder of the store " + m_name + " can not be entered: make it, or name another file");
         return eAF_E_INITIALIZATION_ERROR;
@@ -125,7 +129,7 @@ EAFResult FileStore::prepareWriting(Report &report) {
     ::unlink(m_new.c_str());
     // A host that was killed between its last rename and the sync leaves names that the next power cut may take back,
     // and a store that finds its values there already would not write them again.
-    const Descriptor folder(folderOf(m_name), O_RDONLY | O_DIRECTORY);
+    const Descriptor folder(m_folder, O_RDONLY | O_DIRECTORY);
     const int error = folder.isOpen() ? syncFolder(folder.get()) : errno;
     if (error != 0) {
         report.add(Severity::warning,
@@ -209,7 +213,7 @@ EAFResult FileStore::choose(Choice &choice, Care care, Report &report) {
     const bool isAnyWhole = last.is(StoreState::whole) || before.is(StoreState::whole);
     for (const Generation *generation : {&last, &before}) {
         if (generation->isThere && generation->store.state != StoreState::whole) {
-            const EAFResult aside = setAside(*generation, report);
+            const EAFResult aside = setAside(*generation, isAnyWhole ? Severity::warning : Severity::error, report);
             if (aside != eAF_S_OK && !isAnyWhole) {
                 return aside;
             }
@@ -234,18 +238,20 @@ EAFResult FileStore::choose(Choice &choice, Care care, Report &report) {
     return eAF_S_OK;
 }
 
-EAFResult FileStore::setAside(const Generation &generation, Report &report) const {
+/// @param severity  of leaving it where it is, when nothing may be written.
+EAFResult FileStore::setAside(const Generation &generation, Severity severity, Report &report) const {
     const std::string damaged = "the store " + generation.file + " is damaged (" + generation.store.why + "): ";
     if (m_isReadOnly) {
-        report.add(Severity::warning, damaged + "its host sets it aside when it starts and can write it");
+        report.add(severity, damaged + "its host sets it aside when it starts and can write it");
         return eAF_E_FAILED;
     }
     std::string aside;
-    for (unsigned number = 1; aside.empty() || isThere(aside); ++number) {
-        aside = m_name + ".damaged-" + std::to_string(number);
+    int error = firstFree(m_name + ".damaged-", aside);
+    if (error == 0 && std::rename(generation.file.c_str(), aside.c_str()) != 0) {
+        error = errno;
     }
-    if (std::rename(generation.file.c_str(), aside.c_str()) != 0) {
-        return failed(damaged + "setting it aside as " + aside, errno, report);
+    if (error != 0) {
+        return failed(damaged + "setting it aside as " + aside, error, report);
     }
     report.add(Severity::warning, damaged + "it was set aside as " + aside);
     return eAF_S_OK;
@@ -313,23 +319,24 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
                                         " can be kept: store less in this location");
         return eAF_E_FAILED;
     }
-    const EAFResult written = writeNew(packStore(stored, choice.newest.generation + 1), report);
+    const std::string &predecessor = choice.isLast ? m_name : m_before;
+    const EAFResult written = writeNew(packStore(stored, choice.newest.generation + 1), predecessor, report);
     return written == eAF_S_OK ? putInPlace(choice.isLast, report) : written;
 }
 
-EAFResult FileStore::writeNew(const Bytes &bytes, Report &report) const {
-    const int error = writeFile(m_new, bytes, modeOf(m_name));
+EAFResult FileStore::writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const {
+    const int error = writeFile(m_new, bytes, predecessor);
     if (error == 0) {
         return eAF_S_OK;
     }
-    const EAFResult code = failed("writing the store " + m_new, error, report);
     ::unlink(m_new.c_str());
-    return code;
+    return failed("writing the store " + m_new, error, report);
 }
 
+/// Tidies up before it reports, and takes no memory before that: a report may find none.
 /// @param isReplacing  whether a whole newest generation is there, to be kept.
 EAFResult FileStore::putInPlace(bool isReplacing, Report &report) const {
-    const Descriptor folder(folderOf(m_name), O_RDONLY | O_DIRECTORY);
+    const Descriptor folder(m_folder, O_RDONLY | O_DIRECTORY);
     int error = folder.isOpen() ? 0 : errno;
     bool isKept = false;
     if (error == 0 && isReplacing) {
@@ -343,7 +350,6 @@ EAFResult FileStore::putInPlace(bool isReplacing, Report &report) const {
     if (error == 0) {
         return eAF_S_OK;
     }
-    const EAFResult code = failed("putting the store " + m_name + " in place", error, report);
     // What may not be durable must not stay: the next store would find it there and write nothing.
     if (isKept) {
         static_cast<void>(std::rename(m_before.c_str(), m_name.c_str()));
@@ -351,7 +357,7 @@ EAFResult FileStore::putInPlace(bool isReplacing, Report &report) const {
         ::unlink(m_name.c_str());
     }
     ::unlink(m_new.c_str());
-    return code;
+    return failed("putting the store " + m_name + " in place", error, report);
 }
 
 /// Gives the newest generation the name of the one before as well. Its own name is there until the new one takes it,

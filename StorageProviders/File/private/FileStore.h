@@ -35,9 +35,9 @@ private:
     EAFResult load(Generation &generation, Report &report) const;
     EAFResult choose(Choice &choice, Care care, Report &report);
     EAFResult refuse(const Generation &last, const Generation &before, Report &report) const;
-    EAFResult setAside(const Generation &generation, Report &report) const;
+    EAFResult setAside(const Generation &generation, Severity severity, Report &report) const;
     EAFResult checkValues(const StoredValues &values, Report &report) const;
-    EAFResult writeNew(const Bytes &bytes, Report &report) const;
+    EAFResult writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const;
     EAFResult putInPlace(bool isReplacing, Report &report) const;
     int keepLast(int folder, bool &isKept) const;
     EAFResult failed(const std::string &doing, int error, Report &report) const;
@@ -45,6 +45,7 @@ private:
     std::string m_name;
     std::string m_before; ///< The generation before.
     std::string m_new;    ///< The one in the making; no reader looks at it.
+    std::string m_folder;
     StoreLock m_lock;
     Access m_access = Access::readOnly;
     bool m_isOpen = false;

@@ -11,6 +11,7 @@ namespace storage {
 namespace {
 
 constexpr mode_t modeOfNew = 0644;
+constexpr mode_t permissions = 0777;
 constexpr std::size_t beginning = 4096;
 
 /// @return 0, or the error. A file that ends earlier is as long as it is: its checks will tell.
@@ -44,6 +45,20 @@ int writeAll(int descriptor, const Bytes &bytes) {
         }
     }
     return 0;
+}
+
+/// @return 0, or the error. Whoever may not give files away makes its own of what it replaces.
+int inherit(int descriptor, const struct stat &predecessor) {
+    struct stat status {};
+    if (fstat(descriptor, &status) != 0) {
+        return errno;
+    }
+    const bool isAnothers = status.st_uid != predecessor.st_uid || status.st_gid != predecessor.st_gid;
+    if (isAnothers && fchown(descriptor, predecessor.st_uid, predecessor.st_gid) != 0 && errno != EPERM) {
+        return errno;
+    }
+    const mode_t mode = predecessor.st_mode & permissions;
+    return (status.st_mode & permissions) == mode || fchmod(descriptor, mode) == 0 ? 0 : errno;
 }
 
 /// A signal cuts a sync short without harm.
@@ -92,15 +107,21 @@ int readFile(const std::string &file, Bytes &bytes) {
     return error != 0 ? error : isTooLarge ? tooLarge : 0;
 }
 
-int writeFile(const std::string &file, const Bytes &bytes, mode_t mode) {
+int writeFile(const std::string &file, const Bytes &bytes, const std::string &predecessor) {
+    struct stat status {};
+    const bool isSuccessor = stat(predecessor.c_str(), &status) == 0;
+    if (!isSuccessor && errno != ENOENT) {
+        return errno;
+    }
     // Made anew: nothing that lay there is written into, and no link is followed.
     if (::unlink(file.c_str()) != 0 && errno != ENOENT) {
         return errno;
     }
-    Descriptor descriptor(file, O_WRONLY | O_CREAT | O_EXCL, modeOfNew);
+    // At no moment more is permitted than in the end.
+    Descriptor descriptor(file, O_WRONLY | O_CREAT | O_EXCL, isSuccessor ? status.st_mode & permissions : modeOfNew);
     int error = descriptor.isOpen() ? writeAll(descriptor.get(), bytes) : errno;
-    if (error == 0 && fchmod(descriptor.get(), mode) != 0) {
-        error = errno;
+    if (error == 0 && isSuccessor) {
+        error = inherit(descriptor.get(), status);
     }
     if (error == 0) {
         error = retried(fdatasync, descriptor.get());
@@ -124,10 +145,14 @@ bool isThere(const std::string &name) {
     return lstat(name.c_str(), &status) == 0;
 }
 
-mode_t modeOf(const std::string &file) {
-    constexpr mode_t permissions = 0777;
+int firstFree(const std::string &beginning, std::string &name) {
     struct stat status {};
-    return stat(file.c_str(), &status) == 0 ? status.st_mode & permissions : modeOfNew;
+    for (unsigned number = 1;; ++number) {
+        name = beginning + std::to_string(number);
+        if (lstat(name.c_str(), &status) != 0) {
+            return errno == ENOENT ? 0 : errno;
+        }
+    }
 }
 
 bool isLostOnDisk(int error) {

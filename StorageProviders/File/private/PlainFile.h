@@ -35,9 +35,10 @@ constexpr int tooLarge = -2; ///< The file is beyond the largest store; its begi
 /// @return 0, or the error.
 int readFile(const std::string &file, Bytes &bytes);
 
-/// Makes a file, durable but for its name.
+/// Makes a file, durable but for its name, with the permissions and the owner of the one that it succeeds, if there is
+/// such a one.
 /// @return 0, or the error; whatever there is of it then is the caller's to remove.
-int writeFile(const std::string &file, const Bytes &bytes, mode_t mode);
+int writeFile(const std::string &file, const Bytes &bytes, const std::string &predecessor);
 
 /// @return 0, or the error.
 int syncFolder(int folder);
@@ -45,8 +46,9 @@ int syncFolder(int folder);
 std::string folderOf(const std::string &file);
 bool isThere(const std::string &name);
 
-/// Permissions of a file that is there, else those of a new one.
-mode_t modeOf(const std::string &file);
+/// @param name  receives the beginning with the first number behind it that no file has.
+/// @return 0, or the error: whether a file has it can not be told.
+int firstFree(const std::string &beginning, std::string &name);
 
 /// Whether the disk did not give back what was written to it.
 bool isLostOnDisk(int error);

@@ -78,6 +78,9 @@ std::string CutDisk::tornContent(const File &file, std::mt19937 &random) {
     if (file.bytes == file.durable) {
         return file.bytes;
     }
+    if (isHeads(random)) {
+        return isHeads(random) ? file.bytes : file.durable;
+    }
     const std::size_t longest = std::max(file.bytes.size(), file.durable.size());
     std::string content(isHeads(random) ? file.bytes.size() : random() % (longest + 1), '\0');
     for (std::size_t at = 0; at < content.size(); at += sector) {

@@ -27,7 +27,7 @@ public:
     void apply(const Change &change);
 
     /// What a start finds. A file's bytes that were not synced are there, missing or torn by sectors, and its length is
-    /// any that it had.
+    /// then any up to the longest that it had.
     TemporaryFolder::Files afterPowerCut(Names names, std::mt19937 &random) const;
 
 private:

@@ -124,6 +124,48 @@ TEST_F(FileDamage, AFlippedBitInEveryByteWithoutAGenerationBefore_IsSetAsideOrRe
     }
 }
 
+TEST_F(FileDamage, AFallBack_SaysWhichRegionDoesNotHold) {
+    const Files whole = twoGenerations(); // record 0 is V's, record 1 is Other's
+    const std::string why = "is taken, because " + file + " is damaged: ";
+    constexpr std::size_t first = 44;
+    constexpr std::size_t second = first + 20 + 1 + 4;
+    constexpr std::size_t end = second + 20 + 5 + 4;
+    ASSERT_EQ(end + 4, whole.at("s").size());
+    const struct {
+        std::size_t at;
+        const char *reason;
+    } regions[] = {{0, "it does not begin as a store does"},
+                   {7, "it does not begin as a store does"},
+                   {8, "its header is damaged"},
+                   {12, "its header is damaged"},
+                   {16, "its header is damaged"},
+                   {20, "its header is damaged"},
+                   {24, "its header is damaged"},
+                   {32, "its header is damaged"},
+                   {43, "its header is damaged"},
+                   {first + 3, "record 0 is damaged: it ends too early or its length is wrong"},
+                   {first + 4, "record 0 is damaged: its type 36 is unknown"},
+                   {first + 7, "record 0 is damaged: its type 536870916 is unknown"},
+                   {first + 8, "record 0 is damaged: its checksum is wrong"},
+                   {first + 12, "record 0 is damaged: its sizes do not fit its length"},
+                   {first + 16, "record 0 is damaged: its checksum is wrong"},
+                   {first + 17, "record 0 is damaged: its checksum is wrong"},
+                   {second - 1, "record 0 is damaged: its checksum is wrong"},
+                   {second + 3, "record 1 is damaged: it ends too early or its length is wrong"},
+                   {end - 5, "record 1 is damaged: its checksum is wrong"},
+                   {end, "its checksum is wrong"},
+                   {end + 3, "its checksum is wrong"}};
+    for (const auto &region : regions) {
+        SCOPED_TRACE(region.at);
+        Files damaged = whole;
+        damaged["s"][region.at] = static_cast<char>(damaged["s"][region.at] ^ 0x20);
+        folder.replaceFiles(damaged);
+        messages.clear();
+        EXPECT_EQ(1, readOne());
+        EXPECT_THAT(messages.warnings(), Contains(HasSubstr(why + region.reason)));
+    }
+}
+
 TEST_F(FileDamage, WhatFollowsTheEnd_IsDamage) {
     Files damaged = twoGenerations();
     damaged["s"] += std::string(1, '\0');
@@ -204,6 +246,7 @@ TEST_F(FileDamage, AReader_LeavesADamagedStoreWhereItIs) {
     EAFResult code = eAF_S_OK;
     EXPECT_THAT(read(code, Access::readOnly), IsEmpty());
     EXPECT_EQ(eAF_E_FAILED, code) << "no empty store: its host may find a way";
+    EXPECT_THAT(messages.errors(), ElementsAre(AllOf(HasSubstr(file), HasSubstr("its host sets it aside"))));
     EXPECT_EQ(damaged, folder.files());
 }
 
@@ -223,6 +266,20 @@ TEST_F(FileDamage, WhatCanNotBeSetAside_IsNotWrittenOver) {
     }
     EXPECT_EQ(eAF_S_OK, store.write({value(3)}, messages)) << "once it can";
     EXPECT_EQ(damaged["s"], test::bytesOf(in("s.damaged-1")));
+}
+
+TEST_F(FileDamage, ANameThatCanNotBeToldFree_IsNotTaken) {
+    Files damaged = twoGenerations();
+    flip(damaged["s"], 30);
+    damaged["s.damaged-1"] = "an earlier one";
+    folder.replaceFiles(damaged);
+    {
+        SystemCalls calls(folder.name());
+        calls.failEach("lstat s.damaged-1", EIO);
+        EXPECT_EQ(1, readOne());
+        EXPECT_EQ(eAF_E_FAILED, write({value(3)}));
+    }
+    EXPECT_EQ(damaged, folder.files());
 }
 
 TEST_F(FileDamage, ADiskThatDoesNotGiveTheNewestBack_LetsTheGenerationBeforeServe) {

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <set>
 #include <string>
@@ -23,7 +25,6 @@ using test::SystemCalls;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::IsSubsetOf;
 using testing::Not;
 using Files = test::TemporaryFolder::Files;
 using Lasting = SystemCalls::Lasting;
@@ -72,14 +73,21 @@ protected:
             prepare();
             const std::size_t descriptors = test::openDescriptors();
             messages.clear();
+            wasThrown = false;
             std::string call;
             EAFResult code = eAF_S_OK;
             {
                 SystemCalls calls(folder.name());
                 calls.fail(number, GetParam().error, GetParam().lasting);
-                code = operation();
+                try {
+                    code = operation();
+                } catch (const std::bad_alloc &) { // of a name that could not be resolved, before there is a store
+                    code = eAF_E_OUT_OF_MEMORY;
+                    wasThrown = true;
+                }
                 if (calls.failures() == 0) {
                     EXPECT_EQ(eAF_S_OK, code);
+                    std::printf("[  FIGURES ] %zu calls failed\n", number);
                     return number;
                 }
                 call = calls.calls().at(number);
@@ -102,6 +110,8 @@ protected:
     }
     const Files &prepared() const { return m_prepared; }
 
+    bool wasThrown = false; ///< By the operation.
+
 private:
     Files m_prepared;
 };
@@ -109,9 +119,6 @@ INSTANTIATE_TEST_SUITE_P(Errors, FileFaults, testing::ValuesIn(everyFault()), na
 
 TEST_P(FileFaults, OfAWrite_IsACodeAndLeavesTheOldValues) {
     const bool isOnce = GetParam().lasting == Lasting::once;
-    // Each of them is done without: the second copy is made another way, a lock's note is for its message only, and
-    // what was only read is closed without a question.
-    const std::set<std::string> dispensable = {"link s", "close", "close s", "close s.1", "faccessat s", "unlink s.1"};
     std::set<std::string> survived;
     std::unique_ptr<FileStore> store;
     const std::size_t noOfCalls = failEachCallOf(
@@ -149,9 +156,16 @@ TEST_P(FileFaults, OfAWrite_IsACodeAndLeavesTheOldValues) {
             EXPECT_EQ(0u, folder.files().count("s.new"));
         });
     EXPECT_GE(noOfCalls, 20u) << "calls that a write makes";
-    if (isOnce && GetParam().error != EIO) { // which is tried again when reading
-        EXPECT_THAT(survived, IsSubsetOf(dispensable));
+    // Done without: the second copy is made another way, and what was only read is closed without a question. An input
+    // error may pass, and is tried again.
+    std::set<std::string> dispensable = {"close"};
+    if (isOnce) {
+        dispensable.insert({"link s", "close s", "close s.1"});
     }
+    if (isOnce && GetParam().error == EIO) {
+        dispensable.insert({"open s", "fstat s", "read s", "open s.1", "fstat s.1", "read s.1"});
+    }
+    EXPECT_EQ(dispensable, survived);
 }
 
 TEST_P(FileFaults, OfTheFirstWrite_IsACodeAndLeavesNoStore) {
@@ -190,7 +204,8 @@ TEST_P(FileFaults, OfAStartAndARetrieve_IsACodeOrDoneWithoutAndLosesNothing) {
                            return code;
                        },
                        [&](const std::string &, EAFResult code) {
-                           if (code != eAF_S_OK) {
+                           EXPECT_TRUE(!wasThrown || GetParam().error == ENOMEM);
+                           if (code != eAF_S_OK && !wasThrown) {
                                EXPECT_THAT(messages.errors(), Not(IsEmpty()));
                                EXPECT_THAT(messages.errors().front(), HasSubstr(file));
                            }

@@ -101,6 +101,30 @@ TEST(FileFormat, AFileOfTheOtherByteOrder_Loads) {
     EXPECT_EQ(expectedValues(), store.values);
 }
 
+class FileOfAnotherMachine : public test::FileStoreFixture, public testing::WithParamInterface<const char *> {
+protected:
+    FileOfAnotherMachine() {
+        const Bytes foreign = storeByHand(true); // and of 32 bits
+        test::writeBytes(in(GetParam()), {foreign.begin(), foreign.end()});
+    }
+};
+INSTANTIATE_TEST_SUITE_P(As, FileOfAnotherMachine, testing::Values("s", "s.1"));
+
+TEST_P(FileOfAnotherMachine, IsReadAndSucceededByOneOfThisMachines) {
+    EAFResult code = eAF_E_FAILED;
+    EXPECT_EQ(expectedValues(), read(code));
+    EXPECT_EQ(eAF_S_OK, code);
+    EXPECT_EQ(GetParam() == std::string("s") ? 0u : 1u, messages.complaints().size()) << "that the newest is missing";
+    ASSERT_EQ(eAF_S_OK, write({value(5)}));
+    StoredValues all = expectedValues();
+    all.push_back(value(5));
+    const std::string bytes = test::bytesOf(file);
+    const Bytes expected = storage::packStore(all, 10);
+    EXPECT_EQ(std::string(expected.begin(), expected.end()), bytes);
+    const Bytes foreign = storeByHand(true);
+    EXPECT_EQ(std::string(foreign.begin(), foreign.end()), test::bytesOf(in("s.1"))) << "kept as it came";
+}
+
 TEST(FileFormat, EveryTypeOfTheOtherByteOrder_IsSwappedByItsElements) {
     for (std::uint32_t type = 0; type <= TYPE_DOUBLE_ARRAY; ++type) {
         StoredValues values{{"V", static_cast<EVariableType>(type), 1, {}}};
@@ -124,6 +148,7 @@ TEST(FileFormat, EveryTypeOfTheOtherByteOrder_IsSwappedByItsElements) {
 
 TEST(FileFormat, ANewerVersion_IsRecognised) {
     EXPECT_EQ(StoreState::newer, unpackStore(storeByHand(false, 2)).state);
+    EXPECT_EQ(StoreState::newer, unpackStore(storeByHand(true, 2)).state);
 }
 
 TEST(FileFormat, AnEmptyStore_IsWhole) {

@@ -34,16 +34,19 @@ struct Figures {
     unsigned mixed = 0;
     unsigned refused = 0;
 
-    void print(const char *what) const {
-        std::printf("[  FIGURES ] %s: tries %u, old %u, new %u, mixed %u, refused %u\n", what, tries, old, fresh, mixed,
-                    refused);
+    void print(const char *what, unsigned seed) const {
+        std::printf("[  FIGURES ] %s, seed %u: tries %u, old %u, new %u, mixed %u, refused %u\n", what, seed, tries,
+                    old, fresh, mixed, refused);
     }
 };
 
 class FilePowerCutTest : public testing::Test {
 protected:
-    /// Starts after a power cut that left these files.
+    /// Starts after a power cut of a store that left these files.
     void start(const Files &files, std::int32_t generation, bool isReturned) {
+        start(files, generation - 1 == nothingStored ? untouched : generation - 1, generation, isReturned);
+    }
+    void start(const Files &files, std::int32_t old, std::int32_t generation, bool isReturned) {
         folder.replaceFiles(files);
         std::fill(region.numbers.begin(), region.numbers.end(), untouched);
         RunningProvider provider(file);
@@ -52,7 +55,6 @@ protected:
             ++figures.refused;
             return;
         }
-        const std::int32_t old = generation - 1 == nothingStored ? untouched : generation - 1;
         const bool isNew = isAll(generation);
         if (!isNew && !isAll(old)) {
             ++figures.mixed;
@@ -95,6 +97,10 @@ protected:
             }
             folder.replaceFiles(after);
         }
+        expectNothingBroken();
+    }
+
+    void expectNothingBroken() const {
         EXPECT_EQ(0u, figures.mixed);
         EXPECT_EQ(0u, figures.refused);
         EXPECT_GT(figures.old, 0u);
@@ -142,17 +148,42 @@ INSTANTIATE_TEST_SUITE_P(Seeds, FilePowerCuts, testing::Range(1U, 5U));
 
 TEST_P(FilePowerCuts, AtEveryChange_LeaveTheOldOrTheNewHoweverNamesAreLeft) {
     cutEverywhere(Names::anyOfEach, GetParam());
-    figures.print("each name on its own");
+    figures.print("each name on its own", GetParam());
 }
 
 TEST_P(FilePowerCuts, AtEveryChange_LeaveTheOldOrTheNewWhenOperationsAreWhole) {
     cutEverywhere(Names::anyOperation, GetParam());
-    figures.print("whole operations in any order");
+    figures.print("whole operations in any order", GetParam());
 }
 
 TEST_P(FilePowerCuts, WithoutHardLinks_LeaveTheOldOrTheNewWhenOperationsAreWhole) {
     cutEverywhere(Names::anyOperation, GetParam(), EPERM);
-    figures.print("no hard links");
+    figures.print("no hard links", GetParam());
+}
+
+TEST_P(FilePowerCuts, WhileADamagedGenerationIsSetAsideAndReplaced_LeaveTheOneBeforeOrTheNew) {
+    store(1);
+    store(2);
+    Files damaged = folder.files();
+    damaged["s"][100] = static_cast<char>(damaged["s"][100] ^ 1);
+    std::mt19937 random(GetParam());
+    for (const Names names : {Names::anyOfEach, Names::anyOperation}) {
+        folder.replaceFiles(damaged);
+        const Recorded changes = changesOf(0, [&] { store(3); });
+        EXPECT_GE(changes.size(), 6u) << "setting aside is one more";
+        CutDisk disk(damaged);
+        for (std::size_t cut = 0; cut <= changes.size(); ++cut) {
+            for (int image = 0; image < 10; ++image) {
+                const Files found = disk.afterPowerCut(names, random);
+                changesOf(0, [&] { start(found, 1, 3, cut == changes.size()); });
+            }
+            if (cut < changes.size()) {
+                disk.apply(changes[cut]);
+            }
+        }
+    }
+    expectNothingBroken();
+    figures.print("over a damaged one", GetParam());
 }
 
 TEST_F(FilePowerCutTest, AKilledStoreWhoseNamesWereNotSynced_IsNotTakenForDurableBeforeTheyAre) {

@@ -36,11 +36,12 @@ protected:
         const std::string bytes = test::bytesOf(in(name));
         return storage::unpackStore({bytes.begin(), bytes.end()});
     }
-    mode_t mode(const std::string &name) const {
+    struct stat status(const std::string &name) const {
         struct stat status {};
         EXPECT_EQ(0, stat(in(name).c_str(), &status));
-        return status.st_mode & 07777U;
+        return status;
     }
+    mode_t mode(const std::string &name) const { return status(name).st_mode & 07777U; }
     void expectLeftAlone(const std::string &name, const std::string &bytes, const std::string &saying) {
         messages.clear();
         const auto before = folder.files();
@@ -162,6 +163,48 @@ TEST_F(FileStoreTest, APermissionOfTheFile_IsKept) {
     EXPECT_EQ(0600u, mode("s"));
     EXPECT_EQ(0600u, mode("s.1"));
     EXPECT_EQ(2, readOne());
+}
+
+TEST_F(FileStoreTest, ANewFile_HasThePermissionsThatTheProcessGives) {
+    const mode_t earlier = umask(077);
+    EXPECT_EQ(eAF_S_OK, write({value(1)}));
+    umask(022);
+    EXPECT_EQ(eAF_S_OK, write({value(2)}));
+    umask(earlier);
+    EXPECT_EQ(0600u, mode("s")) << "of the one before";
+    fs::permissions(file, fs::perms(0666));
+    EXPECT_EQ(eAF_S_OK, write({value(3)}));
+    EXPECT_EQ(0666u, mode("s")) << "whatever the process gives to new ones";
+}
+
+TEST_F(FileStoreTest, APermissionOfTheOnlyGenerationLeft_IsKept) {
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    ASSERT_EQ(eAF_S_OK, write({value(2)}));
+    fs::permissions(in("s.1"), fs::perms(0640));
+    fs::remove(file);
+    ASSERT_EQ(eAF_S_OK, write({value(3)}));
+    EXPECT_EQ(0640u, mode("s"));
+}
+
+TEST_F(FileStoreTest, AnOwnerOfTheFile_IsKeptWhereTheProcessMayGiveItAway) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root may";
+    }
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    ASSERT_EQ(0, chown(file.c_str(), 1234, 2345));
+    ASSERT_EQ(eAF_S_OK, write({value(2)}));
+    EXPECT_EQ(1234u, status("s").st_uid);
+    EXPECT_EQ(2345u, status("s").st_gid);
+    {
+        SystemCalls calls(folder.name());
+        calls.failEach("fchown", EPERM);
+        ASSERT_EQ(eAF_S_OK, write({value(3)}));
+        EXPECT_EQ(1u, calls.failures());
+        calls.failEach("fchown", EIO);
+        ASSERT_EQ(0, chown(file.c_str(), 1234, 2345));
+        EXPECT_EQ(eAF_E_FAILED, write({value(4)}));
+    }
+    EXPECT_EQ(3, readOne());
 }
 
 TEST_F(FileStoreTest, ASymbolicLink_StaysOneAndLeadsToTheNewGeneration) {

@@ -292,6 +292,24 @@ int fchmod(int descriptor, mode_t mode) noexcept {
     return isWatched(descriptor, file) && isFailing("fchmod", file) ? -1 : own(descriptor, mode);
 }
 
+int fchown(int descriptor, uid_t owner, gid_t group) noexcept {
+    static auto *const own = systems<int(int, uid_t, gid_t)>("fchown");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("fchown", file) ? -1 : own(descriptor, owner, group);
+}
+
+int stat(const char *name, struct stat *status) noexcept {
+    static auto *const own = systems<int(const char *, struct stat *)>("stat");
+    std::string file;
+    return isWatched(name, file) && isFailing("stat", file) ? -1 : own(name, status);
+}
+
+int lstat(const char *name, struct stat *status) noexcept {
+    static auto *const own = systems<int(const char *, struct stat *)>("lstat");
+    std::string file;
+    return isWatched(name, file) && isFailing("lstat", file) ? -1 : own(name, status);
+}
+
 int fstat(int descriptor, struct stat *status) noexcept {
     static auto *const own = systems<int(int, struct stat *)>("fstat");
     std::string file;
