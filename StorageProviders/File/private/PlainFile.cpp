@@ -12,7 +12,7 @@ namespace {
 
 constexpr mode_t modeOfNew = 0644;
 constexpr mode_t permissions = 0777;
-constexpr std::size_t beginning = 4096;
+constexpr std::size_t lengthOfBeginning = 4096;
 
 /// @return 0, or the error. A file that ends earlier is as long as it is: its checks will tell.
 int readAll(int descriptor, Bytes &bytes) {
@@ -102,7 +102,7 @@ int readFile(const std::string &file, Bytes &bytes) {
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     const bool isTooLarge = size > largestStore;
-    bytes.resize(isTooLarge ? beginning : static_cast<std::size_t>(size));
+    bytes.resize(isTooLarge ? lengthOfBeginning : static_cast<std::size_t>(size));
     const int error = readAll(descriptor.get(), bytes);
     return error != 0 ? error : isTooLarge ? tooLarge : 0;
 }

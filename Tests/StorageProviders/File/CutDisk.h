@@ -28,7 +28,7 @@ public:
 
     /// What a start finds. A file's bytes that were not synced are there, missing or torn by sectors, and its length is
     /// then any up to the longest that it had.
-    TemporaryFolder::Files afterPowerCut(Names names, std::mt19937 &random) const;
+    TemporaryFolder::Files afterPowerCut(Names promise, std::mt19937 &random) const;
 
 private:
     struct File {

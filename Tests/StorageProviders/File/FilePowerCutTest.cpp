@@ -199,7 +199,7 @@ TEST_F(FilePowerCutTest, AKilledStoreWhoseNamesWereNotSynced_IsNotTakenForDurabl
     for (const Change &change : changes) {
         disk.apply(change);
     }
-    std::mt19937 random(1);
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same cuts in every run
     for (int image = 0; image < 20; ++image) {
         start(disk.afterPowerCut(Names::anyOfEach, random), 2, true);
     }
@@ -217,7 +217,7 @@ protected:
         changes.erase(std::remove_if(changes.begin(), changes.end(),
                                      [kind](const Change &change) { return change.kind == kind; }),
                       changes.end());
-        std::mt19937 random(1);
+        std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same cuts in every run
         CutDisk disk(before);
         unsigned lost = 0;
         for (const Change &change : changes) {
