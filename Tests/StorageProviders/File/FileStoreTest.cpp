@@ -22,7 +22,6 @@ using storage::Bytes;
 using storage::FileStore;
 using storage::StoredValue;
 using storage::StoredValues;
-using storage::StoreState;
 using test::SystemCalls;
 using testing::AllOf;
 using testing::ElementsAre;

@@ -7,18 +7,18 @@
 
 namespace {
 
-std::array<char, 512> text;
+std::array<char, 512> last;
 
 } // namespace
 
 namespace test {
 
 std::string lastError() {
-    return text.data();
+    return last.data();
 }
 
 void forgetLastError() {
-    text[0] = '\0';
+    last[0] = '\0';
 }
 
 } // namespace test
@@ -26,14 +26,14 @@ void forgetLastError() {
 VoxTrace::VoxTrace(const char * /*domain*/, VoxTraceLevel /*level*/, VoxTraceHdrOption /*option*/)
     : m_domain(nullptr) {}
 
-VoxTrace::~VoxTrace() = default;
+VoxTrace::~VoxTrace() {}
 
 bool VoxTrace::isEnabled(VoxTraceLevel /*level*/) const {
     return true;
 }
 
-void VoxTrace::logMsg(VoxTraceLevel level, const VoxTraceHeader & /*header*/, const char *message) {
+void VoxTrace::logMsg(VoxTraceLevel level, const VoxTraceHeader & /*header*/, const char *text) {
     if (level == 1) {
-        std::snprintf(text.data(), text.size(), "%s", message);
+        std::snprintf(last.data(), last.size(), "%s", text);
     }
 }
