@@ -141,6 +141,7 @@ TEST_P(FileFaults, OfAWrite_IsACodeAndLeavesTheOldValues) {
                             AllOf(HasSubstr(file), HasSubstr(std::strerror(GetParam().error))));
                 if (isOnce) {
                     EXPECT_EQ(StoredValues{value(2)}, found);
+                    EXPECT_EQ(prepared().at("s"), test::bytesOf(file)) << "under its own name";
                 } else {
                     EXPECT_TRUE(found == StoredValues{value(2)} || found == StoredValues{value(3)});
                 }
