@@ -384,7 +384,7 @@ EAFResult StorageProvider::storeAll(unsigned long locationId, CDatabase *databas
                                             "would replace what it holds");
             return eAF_E_NOT_INITIALIZED;
         }
-        if (!location->isRead) {
+        if (!location->isRead || location->store->isStale()) {
             const EAFResult read = location->read(report);
             if (isError(read)) {
                 return read;

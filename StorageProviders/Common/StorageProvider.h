@@ -45,7 +45,8 @@ public:
 
     /// Writes what changed since the last store or retrieve; nothing changed: touches nothing. Of two variables of one
     /// path, cut to 511 bytes, the first is kept. After a write that failed the store is read again before the next one
-    /// compares: nobody knows how much of it reached the disk.
+    /// compares: nobody knows how much of it reached the disk. So it is after another location's retrieve set aside a
+    /// file that both share.
     ///
     /// After a retrieve that could not read the store this refuses with eAF_E_NOT_INITIALIZED until one could: the
     /// defaults that stand in would replace values that are still there.

@@ -10,6 +10,9 @@
 
 namespace storage {
 
+/// More is refused on the way in and not believed on the way out: a damaged count does not take all memory.
+constexpr std::uint64_t largestContent = std::uint64_t{64} << 20;
+
 /// The content is in this machine's byte order: exactly elementSize(type) * noOfElements bytes.
 struct StoredValue {
     std::string path;

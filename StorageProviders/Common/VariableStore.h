@@ -38,6 +38,9 @@ public:
     /// An empty list touches nothing.
     virtual EAFResult write(const StoredValues &values, Report &report) = 0;
 
+    /// @return whether the file was set aside or went since this store was read: another store may share it.
+    virtual bool isStale() const { return false; }
+
     /// @return the file's name, for texts.
     virtual const std::string &name() const = 0;
 };

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -40,6 +41,7 @@ void ControllerFixture::SetUp() {
     }
     ASSERT_EQ(remainingQueues(), std::vector<std::string>{});
     std::filesystem::create_directory(m_folder);
+    setenv("TMPDIR", m_folder.c_str(), 1); // for the controller, which a test may kill before it cleans up
 }
 
 void ControllerFixture::TearDown() {

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# CheckExports.sh CHECK LIBRARY HEADER-FOLDER C-PROGRAM
-# What the library exports and asks for, against the list, the headers and the platform's interface.
+# CheckExports.sh CHECK LIBRARY LIST HEADER-FOLDER C-PROGRAM [FRAMEWORK-LIST]
+# What a library exports and asks for, against its list, its headers and the interface that it stands on.
 set -euo pipefail
 export LC_ALL=C
 
 check=$1
 library=$2
-headers=$3
-program=$4
-list=$headers/private/ApplicationFramework.map
+list=$3
+headers=$4
+program=$5
+framework_list=${6:-$list}
 
-flat_list() { sed -nE 's/^  ([A-Za-z_]+);$/\1/p' "$list" | sort; }
+flat_list() { sed -nE 's/^  ([A-Za-z_]+);$/\1/p' "${1:-$list}" | sort; }
 class_list() { sed -nE 's/^    "(.*)";$/\1/p' "$list" | sort; }
 exported() { nm -DC --defined-only "$library" | cut -d ' ' -f 3- | sort -u; }
 
@@ -39,8 +40,8 @@ ListEqualsSymbols)
 ListEqualsHeaders)
     flat_list >"$work/listed"
     # The name before the first parenthesis of each exported C declaration.
-    cat "$headers"/*.h | tr '\n' ' ' | grep -oE 'AF_API [A-Za-z_0-9]+( [A-Za-z_0-9]+)+\(' |
-        sed -E 's/.* ([A-Za-z_0-9]+)\($/\1/' | grep -vE '^(getECallbackPriorityName|__attribute__)$' | sort >"$work/declared"
+    cat "$headers"/*.h | tr '\n' ' ' | grep -oE 'AF_API [A-Za-z_0-9]+( \*?[A-Za-z_0-9]+)+\(' |
+        sed -E 's/.* \*?([A-Za-z_0-9]+)\($/\1/' | grep -vE '^(getECallbackPriorityName|__attribute__)$' | sort >"$work/declared"
     [ -s "$work/declared" ]
     same "the list's flat operations and the headers" "$work/listed" "$work/declared"
     ;;
@@ -80,11 +81,24 @@ TEXT
     nm -DC --undefined-only "$library" | sed -E 's/^ *U //' | grep -E '^(AF_|VT_|CKiv|CList|CHash|Vox|.*for VoxTrace)' | sort >"$work/asked"
     same "the platform's described calls and those the library asks for" "$work/described" "$work/asked"
     ;;
+StandsOnTheExportedInterface)
+    # Its own and the framework's names begin with a class; so does whatever it must not reach for.
+    { flat_list "$framework_list"; printf 'VoxTrace::%s\n' 'VoxTrace(char const*, int, int)' 'isEnabled(int) const' \
+        'logMsg(int, VoxTraceHeader const&, char const*)' '~VoxTrace()'; } | sort >"$work/exported"
+    nm -DC --undefined-only "$library" | sed -E 's/^ *[Uvw] //' | grep -E '^(C|S|E|I|AF_|Af|CKiv|VT_|Vox)[A-Za-z]*[a-z]' | sort >"$work/asked"
+    [ -s "$work/asked" ]
+    if grep -vFxf "$work/exported" "$work/asked"; then
+        echo "are asked for by $(basename "$library"), and exported by nobody"
+        exit 1
+    fi
+    echo "$(wc -l <"$work/asked") names, all exported"
+    ;;
 SonameAndVersion)
+    name=$(basename "$library" | sed 's/\.so.*//')
     soname=$(readelf -d "$library" | sed -nE 's/.*SONAME.*\[(.*)\]/\1/p')
-    [ "$soname" = libZelApplicationFramework.so.1 ] || { echo "the soname is '$soname'"; exit 1; }
+    [ "$soname" = "$name.so.1" ] || { echo "the soname is '$soname'"; exit 1; }
     version=$(basename "$(readlink -f "$library")")
-    [[ $version =~ ^libZelApplicationFramework\.so\.1\.[0-9]+\.[0-9]+$ ]] || { echo "the file is '$version'"; exit 1; }
+    [[ $version =~ ^$name\.so\.1\.[0-9]+\.[0-9]+$ ]] || { echo "the file is '$version'"; exit 1; }
     echo "$soname in $version"
     ;;
 *)

@@ -255,7 +255,7 @@ TEST_P(EitherKind, Set_RefusesWhatDoesNotFitAndChangesNothing) {
         {"Small", "[1]", "[1] is no value of UINT8"},
         {"Cfg/Radio/Gain", "2147483648", "is no value of INT32"},
         {"Real", "1e39", "is no value of FLOAT"},
-        {"Real", "nan(0x1)", "is no value of FLOAT"},
+        {"Real", "nan:00000001", "is no value of FLOAT"},
         {"Flag", "maybe", "is no value of BOOL"},
         {"Cfg/Radio/Tilt", "5", "expected an array of 3"},
         {"Cfg/Radio/Tilt", "[1,2,\"x\"]", "\"x\" is no value of FLOAT_ARRAY"},

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "Fault.h"
+#include "Utf8.h"
 #include "ValueJson.h"
 #include "VariableType.h"
 
@@ -14,11 +15,6 @@ using storage::StoredValue;
 using storage::StoredValues;
 
 constexpr int documentVersion = 1;
-
-bool isText(const std::string &bytes) {
-    const json replaced = json::parse(json(bytes).dump(-1, ' ', false, json::error_handler_t::ignore));
-    return replaced.get_ref<const std::string &>() == bytes;
-}
 
 /// As a content of its own: the hexadecimal form of bytes that are no text is known there.
 StoredValue asString(const std::string &bytes) {
@@ -74,7 +70,7 @@ StoredValue valueFrom(const json &entry, const std::string &file, std::size_t in
 ordered_json toDocument(const StoredValues &values) {
     ordered_json variables = ordered_json::array();
     for (const StoredValue &value : values) {
-        const json path = isText(value.path) ? json(value.path) : storage::toJson(asString(value.path));
+        const json path = storage::isUtf8(value.path) ? json(value.path) : storage::toJson(asString(value.path));
         variables.push_back({{"path", path},
                              {"type", storage::typeName(value.type)},
                              {"count", value.noOfElements},
@@ -112,7 +108,11 @@ StoredValues fromDocument(const std::string &text, const std::string &file) {
 std::string shownValue(const StoredValue &value, std::size_t longest) {
     std::string text = storage::toJson(value).dump();
     if (longest != 0 && text.size() > longest) {
-        text = text.substr(0, longest - 3) + "...";
+        std::size_t end = longest - 3;
+        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+            --end; // no half of a character
+        }
+        text = text.substr(0, end) + "...";
     }
     return text;
 }

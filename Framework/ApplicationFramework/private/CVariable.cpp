@@ -9,30 +9,11 @@
 #include "AfTrace.h"
 #include "BoundedText.h"
 #include "CStorageObject.h"
+#include "VariableType.h"
 
 namespace {
 
 constexpr std::uint32_t largestSize = 0xFFFFFFFFu;
-
-bool isArray(EVariableType type) {
-    switch (type) {
-    case TYPE_INT8_ARRAY:
-    case TYPE_INT16_ARRAY:
-    case TYPE_INT32_ARRAY:
-    case TYPE_UINT8_ARRAY:
-    case TYPE_UINT16_ARRAY:
-    case TYPE_UINT32_ARRAY:
-    case TYPE_BOOL_ARRAY:
-    case TYPE_CHAR_ARRAY:
-    case TYPE_STRING:
-    case TYPE_FLOAT_ARRAY:
-    case TYPE_DOUBLE_ARRAY:
-    case TYPE_OBJECT_ARRAY:
-        return true;
-    default:
-        return false;
-    }
-}
 
 #define AF_ELEMENT_SIZE(name, value, elementSize) elementSize,
 constexpr std::size_t elementSizes[] = {AF_VARIABLE_TYPE_TABLE(AF_ELEMENT_SIZE)};
@@ -51,7 +32,7 @@ std::uint32_t sizeInBytes(EVariableType type, std::uint32_t noOfElements) {
             "CVariable_GetSizeInBytes was called with unsupported EVariableType. Default memory allocation of 1 byte");
         return 1;
     }
-    const std::uint64_t bytes = isArray(type) ? std::uint64_t{size} * noOfElements : size;
+    const std::uint64_t bytes = isCounted(type) ? std::uint64_t{size} * noOfElements : size;
     return static_cast<std::uint32_t>(std::min<std::uint64_t>(bytes, largestSize));
 }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "CVariable.h"
+#include "VariableType.h"
 
 namespace {
 
@@ -159,24 +160,6 @@ bool formatItem(char (&item)[longestItem], const CVariable &variable, std::uint3
     case TYPE_DOUBLE:
     case TYPE_DOUBLE_ARRAY:
         formatElement<double, double>(item, variable, index, "%e");
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isArrayOfItems(EVariableType type) {
-    switch (type) {
-    case TYPE_INT8_ARRAY:
-    case TYPE_INT16_ARRAY:
-    case TYPE_INT32_ARRAY:
-    case TYPE_UINT8_ARRAY:
-    case TYPE_UINT16_ARRAY:
-    case TYPE_UINT32_ARRAY:
-    case TYPE_BOOL_ARRAY:
-    case TYPE_CHAR_ARRAY:
-    case TYPE_FLOAT_ARRAY:
-    case TYPE_DOUBLE_ARRAY:
         return true;
     default:
         return false;

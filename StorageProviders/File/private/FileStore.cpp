@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 

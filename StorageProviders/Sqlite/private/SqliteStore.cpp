@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Statement.h"
+#include "Utf8.h"
 #include "ValueColumn.h"
 #include "VariableType.h"
 
@@ -186,7 +187,7 @@ EAFResult SqliteStore::connectToWrite(Report &report) {
     if (connected >= eAF_E_FAILED) {
         return connected;
     }
-    if (m_generation != m_file->generation()) {
+    if (isStale()) {
         report.add(Severity::error, m_name + ": was set aside, moved or deleted since its values were read; retrieve "
                                              "again before storing, so that all values are stored and not the changed "
                                              "ones alone");

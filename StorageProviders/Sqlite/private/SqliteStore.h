@@ -22,10 +22,10 @@ public:
 
     EAFResult open(Access access, Report &report) override;
     EAFResult read(StoredValues &values, Report &report) override;
-    /// @retval eAF_E_FAILED  also: the file was set aside or replaced since this location was read. A part of the
-    /// values
+    /// @retval eAF_E_FAILED  also: the file was set aside or went since this location was read. A part of the values
     ///                       makes no store: read again, and write what is missing too.
     EAFResult write(const StoredValues &values, Report &report) override;
+    bool isStale() const override { return m_file != nullptr && m_generation != m_file->generation(); }
     const std::string &name() const override { return m_name; }
 
     /// @param locationIds  receives those that a file holds values of, ascending. Changes nothing on the disk.

@@ -8,40 +8,11 @@
 
 #include "ArrayText.h"
 #include "Number.h"
+#include "Utf8.h"
 #include "VariableType.h"
 
 namespace storage {
 namespace {
-
-struct Utf8Form {
-    std::size_t length;
-    std::uint32_t smallest;
-    unsigned char mask;
-    unsigned char lead;
-};
-
-constexpr Utf8Form utf8Forms[] = {
-    {1, 0, 0x80, 0x00}, {2, 0x80, 0xE0, 0xC0}, {3, 0x800, 0xF0, 0xE0}, {4, 0x10000, 0xF8, 0xF0}};
-
-/// @return the length of the character that the text begins with, 0 when that is none.
-std::size_t utf8Length(std::string_view text) {
-    const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    for (const Utf8Form &form : utf8Forms) {
-        if ((byteAt(0) & form.mask) != form.lead) {
-            continue;
-        }
-        std::uint32_t code = byteAt(0) & static_cast<unsigned char>(~form.mask);
-        for (std::size_t i = 1; i < form.length; ++i) {
-            if (i >= text.size() || (byteAt(i) & 0xC0) != 0x80) {
-                return 0;
-            }
-            code = code << 6 | (byteAt(i) & 0x3F);
-        }
-        const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-        return code >= form.smallest && code <= 0x10FFFF && !isSurrogate ? form.length : 0;
-    }
-    return 0;
-}
 
 std::string_view viewOf(const StoredValue &value) {
     return {reinterpret_cast<const char *>(value.content.data()), value.content.size()};
@@ -49,9 +20,8 @@ std::string_view viewOf(const StoredValue &value) {
 
 void bindString(Statement &statement, int parameter, const StoredValue &value) {
     const std::string_view content = viewOf(value);
-    const std::string_view text = content.substr(0, content.find('\0'));
-    const bool isPadded = content.find_first_not_of('\0', text.size()) == std::string_view::npos;
-    if (isPadded && isUtf8(text)) {
+    std::string_view text;
+    if (isText(content, text)) {
         statement.bindText(parameter, text);
     } else {
         statement.bindBlob(parameter, content.data(), content.size());
@@ -148,17 +118,6 @@ bool readNumber(const Statement &statement, int column, StoredValue &value, std:
 }
 
 } // namespace
-
-bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = utf8Length(text);
-        if (length == 0) {
-            return false;
-        }
-        text.remove_prefix(length);
-    }
-    return true;
-}
 
 void bindName(Statement &statement, int parameter, std::string_view name) {
     if (isUtf8(name)) {

@@ -11,11 +11,6 @@
 
 namespace storage {
 
-/// More is refused on the way in and not believed on the way out: a damaged count does not take all memory.
-constexpr std::uint64_t largestContent = std::uint64_t{64} << 20;
-
-bool isUtf8(std::string_view text);
-
 /// Binds text, or a blob where the bytes are no UTF-8: SQLite's own functions may then work on all text.
 void bindName(Statement &statement, int parameter, std::string_view name);
 

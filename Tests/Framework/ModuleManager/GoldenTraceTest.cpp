@@ -1,9 +1,9 @@
 // The whole trace of a small host's life, from its first registration to the last, against a page that is written
 // by hand.
+#include "GoldenTrace.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -12,7 +12,6 @@
 namespace {
 
 using test::Callback;
-using test::TraceRecorder;
 
 class GoldenTrace : public test::ModuleManagerFixture {
 protected:
@@ -80,36 +79,9 @@ void GoldenTrace::liveThroughEverything() {
     CModuleManager_RunGroup(1, 3);
 }
 
-/// What the file holds but for comments and blank lines.
-std::vector<std::string> linesOf(const char *path) {
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) {
-        if (!line.empty() && line.front() != '#') {
-            lines.push_back(line);
-        }
-    }
-    return lines;
-}
-
-std::string asLine(const test::Trace &trace) {
-    char code[16];
-    std::snprintf(code, sizeof code, "%#lx", static_cast<unsigned long>(trace.code));
-    return std::to_string(trace.level) + " " + code + " " + trace.function + ": " + trace.message;
-}
-
 TEST_F(GoldenTrace, OfARichRun_IsTheOneWrittenDown) {
-    const std::vector<std::string> expected = linesOf(GOLDEN_TRACE);
-    ASSERT_FALSE(expected.empty()) << "could not read " GOLDEN_TRACE;
-
     liveThroughEverything();
-
-    const std::vector<test::Trace> records = TraceRecorder::records();
-    for (std::size_t i = 0; i < expected.size() || i < records.size(); ++i) {
-        ASSERT_EQ(i < expected.size() ? expected[i] : "nothing more",
-                  i < records.size() ? asLine(records[i]) : "nothing more")
-            << "line " << i + 1 << " of the trace";
-    }
+    test::expectGoldenTrace(GOLDEN_TRACE);
 }
 
 } // namespace

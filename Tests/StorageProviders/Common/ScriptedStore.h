@@ -24,6 +24,8 @@ struct Disk {
     bool isOutOfMemory = false;     ///< Each operation throws.
     bool wasSetAside = false;       ///< The next read finds nothing and says that it set a damaged store aside.
 
+    bool isStale = false; ///< As after another location set the shared file aside; until the next read.
+
     int opens = 0;
     int reads = 0;
     int writes = 0;
@@ -44,6 +46,7 @@ public:
 
     EAFResult read(storage::StoredValues &values, storage::Report &report) override {
         ++m_disk->reads;
+        m_disk->isStale = false;
         if (m_disk->wasSetAside) {
             m_disk->wasSetAside = false;
             m_disk->values.clear();
@@ -74,6 +77,7 @@ public:
         return result;
     }
 
+    bool isStale() const override { return m_disk->isStale; }
     const std::string &name() const override { return m_name; }
 
 private:

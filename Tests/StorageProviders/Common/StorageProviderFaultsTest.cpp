@@ -161,6 +161,20 @@ TEST_F(StorageProviderFaultsTest, AStoreThatWasSetAsideByAFailedWrite_IsWrittenW
     EXPECT_EQ(5, kept("Cfg/Radio/Same"));
 }
 
+TEST_F(StorageProviderFaultsTest, AStoreThatAnotherLocationSetAside_IsReadAgainAndWrittenThoughNothingChanged) {
+    keep("Cfg/Radio/Gain", 7);
+    gain(1);
+    ASSERT_EQ(eAF_S_OK, provider.retrieveAll(1, &database));
+    disk->values.clear();
+    disk->isStale = true;
+    EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));
+    EXPECT_EQ(7, kept("Cfg/Radio/Gain"));
+    EXPECT_EQ(1u, statistics().noOfValuesWritten);
+    EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));
+    EXPECT_EQ(2, disk->reads) << "what was read again is compared with from then on";
+    EXPECT_EQ(1, disk->writes);
+}
+
 TEST_F(StorageProviderFaultsTest, AVariableThatCanNotBeLocked_KeepsItsStoredValueAndTheOthersAreStored) {
     CVariable *held = gain(1);
     CVariable *other = tree.integer(object, "Other", 1);

@@ -135,11 +135,15 @@ TEST_F(SqliteSharedFileTest, WhatOneReadSetAside_TheOtherLocationsStoreWholeOrNo
     ++contents[27];
     contents.replace(4096, 64, std::string(64, '\x55'));
     test::writeFile(file, contents);
+    EXPECT_FALSE(second.isStale());
     EXPECT_EQ(StoredValues{}, read(first));
     EXPECT_THAT(report.warnings(), HasSubstr("it is kept as"));
+    EXPECT_FALSE(first.isStale());
+    EXPECT_TRUE(second.isStale());
     EXPECT_EQ(eAF_E_FAILED, second.write({int32Value("B", 2)}, report));
     EXPECT_THAT(report.errors(), HasSubstr("retrieve again before storing"));
     EXPECT_EQ(StoredValues{}, read(second));
+    EXPECT_FALSE(second.isStale());
     write(second, {int32Value("A", 2), int32Value("B", 2)});
     write(first, {int32Value("A", 1)});
     EXPECT_EQ(contents, test::contentsOf(std::filesystem::canonical(folder.path()) / "store.db.damaged-1"));

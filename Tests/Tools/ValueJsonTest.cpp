@@ -49,6 +49,7 @@ TEST(ValueJsonTest, Values_ReadAsTheyAreDocumented) {
     const Row rows[] = {
         {valueOf<std::int8_t>(TYPE_INT8, {-128}), "-128"},
         {valueOf<std::int8_t>(TYPE_CHAR, {'a'}), "97"},
+        {valueOf<std::uint8_t>(TYPE_CHAR, {0xE9}), "233"},
         {valueOf<std::uint8_t>(TYPE_UINT8, {255}), "255"},
         {valueOf<std::int16_t>(TYPE_INT16, {-32768}), "-32768"},
         {valueOf<std::uint16_t>(TYPE_UINT16, {65535}), "65535"},
@@ -62,8 +63,8 @@ TEST(ValueJsonTest, Values_ReadAsTheyAreDocumented) {
         {valueOf<double>(TYPE_DOUBLE, {1.}), "1.0"},
         {valueOf<double>(TYPE_DOUBLE, {std::numeric_limits<double>::infinity()}), "\"inf\""},
         {valueOf<float>(TYPE_FLOAT, {-std::numeric_limits<float>::infinity()}), "\"-inf\""},
-        {valueOf<std::uint32_t>(TYPE_FLOAT, {0x7FC00000}), "\"nan(0x7fc00000)\""},
-        {valueOf<std::uint64_t>(TYPE_DOUBLE, {0xFFF8000000012345}), "\"nan(0xfff8000000012345)\""},
+        {valueOf<std::uint32_t>(TYPE_FLOAT, {0x7FC00000}), "\"nan:7fc00000\""},
+        {valueOf<std::uint64_t>(TYPE_DOUBLE, {0xFFF8000000012345}), "\"nan:fff8000000012345\""},
         {valueOf<std::int32_t>(TYPE_INT32_ARRAY, {1, -2, 3}), "[1,-2,3]"},
         {valueOf<std::int32_t>(TYPE_INT32_ARRAY, {}), "[]"},
         {valueOf<double>(TYPE_DOUBLE_ARRAY, {0.5, -0.}), "[0.5,-0.0]"},
@@ -121,6 +122,15 @@ TEST(ValueJsonTest, AnInteger_IsARealToo) {
     EXPECT_TRUE(value == valueOf<double>(TYPE_DOUBLE, {3.}));
 }
 
+TEST(ValueJsonTest, AnInfinityOrANanWrittenByHand_IsRead) {
+    StoredValue value{"p", TYPE_FLOAT, 1, {}};
+    std::string reason;
+    ASSERT_TRUE(storage::fromJson(json("infinity"), value, reason)) << reason;
+    EXPECT_TRUE(value == valueOf<float>(TYPE_FLOAT, {std::numeric_limits<float>::infinity()}));
+    ASSERT_TRUE(storage::fromJson(json("nan"), value, reason)) << reason;
+    EXPECT_TRUE(value == valueOf<std::uint32_t>(TYPE_FLOAT, {0x7FC00000}));
+}
+
 struct Misfit {
     EVariableType type;
     std::uint32_t noOfElements;
@@ -146,11 +156,11 @@ TEST(ValueJsonTest, WhatDoesNotFit_IsRefusedWithAReason) {
         {TYPE_INT32, 1, "[1]", "[1]"},
         {TYPE_BOOL, 1, "\"true\"", "BOOL"},
         {TYPE_FLOAT, 1, "1e39", "FLOAT"},
-        {TYPE_FLOAT, 1, "\"nan\"", "nan"},
-        {TYPE_FLOAT, 1, "\"nan(0x7fc00000\"", "FLOAT"},
-        {TYPE_FLOAT, 1, "\"nan(0x3f800000)\"", "FLOAT"},
-        {TYPE_FLOAT, 1, "\"nan(0x17fc00000)\"", "FLOAT"},
-        {TYPE_DOUBLE, 1, "\"Inf\"", "DOUBLE"},
+        {TYPE_FLOAT, 1, "\"nan:7fc00000 \"", "FLOAT"},
+        {TYPE_FLOAT, 1, "\"nan:3f800000\"", "FLOAT"},
+        {TYPE_FLOAT, 1, "\"nan:17fc00000\"", "FLOAT"},
+        {TYPE_DOUBLE, 1, "\"infinite\"", "DOUBLE"},
+        {TYPE_DOUBLE, 1, "\"1.0\"", "DOUBLE"},
         {TYPE_DOUBLE, 1, "true", "true"},
         {TYPE_INT32_ARRAY, 2, "[1]", "an array of 1"},
         {TYPE_INT32_ARRAY, 2, "[1,2,3]", "an array of 3"},
@@ -181,18 +191,6 @@ TEST(ValueJsonTest, AReason_ShowsALongValueCut) {
     std::string reason;
     EXPECT_FALSE(storage::fromJson(json(std::string(100000, 'x')), value, reason));
     EXPECT_LT(reason.size(), 200u);
-}
-
-TEST(ValueJsonTest, IsText_TellsALengthUpToTheFirstNul) {
-    std::size_t length = 99;
-    EXPECT_TRUE(storage::isText(stringOf(std::string("ab\0", 3)).content, length));
-    EXPECT_EQ(2u, length);
-    EXPECT_TRUE(storage::isText({}, length));
-    EXPECT_EQ(0u, length);
-    EXPECT_FALSE(storage::isText(stringOf(std::string("\0b", 2)).content, length)) << "bytes behind its end";
-    EXPECT_FALSE(storage::isText(stringOf("\xC0\xAF").content, length)) << "overlong";
-    EXPECT_FALSE(storage::isText(stringOf("\xED\xA0\x80").content, length)) << "half of a pair";
-    EXPECT_FALSE(storage::isText(stringOf("\xF4\x90\x80\x80").content, length)) << "behind the last character";
 }
 
 } // namespace

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "Number.h"
+#include "Utf8.h"
 #include "VariableType.h"
 
 namespace storage {
@@ -18,9 +20,6 @@ namespace storage {
 namespace {
 
 using nlohmann::json;
-
-template <class Element>
-using BitsOf = std::conditional_t<sizeof(Element) == 4, std::uint32_t, std::uint64_t>;
 
 /// A number that reads well and back as itself.
 double readable(float value) {
@@ -36,21 +35,14 @@ double readable(double value) {
 }
 
 template <class Element>
-json elementToJson(const unsigned char *bytes) {
-    Element element;
-    std::memcpy(&element, bytes, sizeof element);
+json toJson(Element element) {
     if constexpr (std::is_floating_point_v<Element>) {
-        if (std::isnan(element)) {
-            BitsOf<Element> bits;
-            std::memcpy(&bits, bytes, sizeof bits);
-            std::array<char, 32> text{};
-            std::snprintf(text.data(), text.size(), "nan(0x%llx)", static_cast<unsigned long long>(bits));
-            return text.data();
+        if (std::isfinite(element)) {
+            return readable(element);
         }
-        if (std::isinf(element)) {
-            return element > 0 ? "inf" : "-inf";
-        }
-        return readable(element);
+        std::string text;
+        appendNumber(text, element);
+        return text;
     } else {
         return element;
     }
@@ -76,96 +68,24 @@ bool integerFromJson(const json &number, Element &element) {
 }
 
 template <class Element>
-bool realFromText(const std::string &text, Element &element) {
-    if (text == "inf" || text == "-inf") {
-        element = text == "inf" ? std::numeric_limits<Element>::infinity() : -std::numeric_limits<Element>::infinity();
-        return true;
-    }
-    constexpr std::string_view prefix = "nan(0x";
-    unsigned long long read = 0;
-    const char *end = text.data() + text.size();
-    if (text.compare(0, prefix.size(), prefix) != 0) {
-        return false;
-    }
-    const auto parsed = std::from_chars(text.data() + prefix.size(), end, read, 16);
-    if (parsed.ec != std::errc() || parsed.ptr + 1 != end || *parsed.ptr != ')') {
-        return false;
-    }
-    const auto bits = static_cast<BitsOf<Element>>(read);
-    std::memcpy(&element, &bits, sizeof element);
-    return bits == read && std::isnan(element);
-}
-
-template <class Element>
 bool realFromJson(const json &number, Element &element) {
     if (number.is_string()) {
-        return realFromText(number.get_ref<const std::string &>(), element);
+        return parseNumber(number.get_ref<const std::string &>(), element) && !std::isfinite(element);
     }
     if (!number.is_number()) {
         return false;
     }
-    const auto value = number.get<double>();
-    element = static_cast<Element>(value);
+    element = static_cast<Element>(number.get<double>());
     return std::isfinite(element);
 }
 
 template <class Element>
-bool elementFromJson(const json &found, unsigned char *bytes) {
-    Element element{};
-    bool isFitting = false;
+bool fromJson(const json &found, Element &element) {
     if constexpr (std::is_floating_point_v<Element>) {
-        isFitting = realFromJson(found, element);
+        return realFromJson(found, element);
     } else {
-        isFitting = integerFromJson(found, element);
+        return integerFromJson(found, element);
     }
-    std::memcpy(bytes, &element, sizeof element);
-    return isFitting;
-}
-
-struct Codec {
-    json (*toJson)(const unsigned char *bytes);
-    bool (*fromJson)(const json &found, unsigned char *bytes);
-};
-
-template <class Element>
-constexpr Codec codecFor{elementToJson<Element>, elementFromJson<Element>};
-
-/// Of everything but strings.
-const Codec &codecOf(EVariableType type) {
-    switch (type) {
-    case TYPE_INT8:
-    case TYPE_INT8_ARRAY:
-    case TYPE_CHAR:
-    case TYPE_CHAR_ARRAY:
-        return codecFor<std::int8_t>;
-    case TYPE_INT16:
-    case TYPE_INT16_ARRAY:
-        return codecFor<std::int16_t>;
-    case TYPE_INT32:
-    case TYPE_INT32_ARRAY:
-        return codecFor<std::int32_t>;
-    case TYPE_UINT8:
-    case TYPE_UINT8_ARRAY:
-        return codecFor<std::uint8_t>;
-    case TYPE_UINT16:
-    case TYPE_UINT16_ARRAY:
-        return codecFor<std::uint16_t>;
-    case TYPE_FLOAT:
-    case TYPE_FLOAT_ARRAY:
-        return codecFor<float>;
-    case TYPE_DOUBLE:
-    case TYPE_DOUBLE_ARRAY:
-        return codecFor<double>;
-    default:
-        return codecFor<std::uint32_t>; // also the words of bools
-    }
-}
-
-bool isUtf8(const unsigned char *bytes, std::size_t length) {
-    // A dump replaces what is no UTF-8: whatever comes back as it was is a text.
-    const std::string text(reinterpret_cast<const char *>(bytes), length);
-    const json replaced = json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::ignore));
-    return replaced.get_ref<const std::string &>() == text;
 }
 
 std::string toHex(const std::vector<unsigned char> &content) {
@@ -224,31 +144,25 @@ std::string shown(const json &found) {
 
 } // namespace
 
-bool isText(const std::vector<unsigned char> &content, std::size_t &length) {
-    const auto end = std::find(content.begin(), content.end(), 0);
-    length = static_cast<std::size_t>(end - content.begin());
-    return std::all_of(end, content.end(), [](unsigned char byte) { return byte == 0; }) &&
-           isUtf8(content.data(), length);
-}
-
 json toJson(const StoredValue &value) {
     if (value.type == TYPE_STRING) {
-        std::size_t length = 0;
-        if (isText(value.content, length)) {
-            return std::string(value.content.begin(), value.content.begin() + static_cast<std::ptrdiff_t>(length));
+        std::string_view text;
+        if (isText({reinterpret_cast<const char *>(value.content.data()), value.content.size()}, text)) {
+            return text;
         }
         return json{{"hex", toHex(value.content)}};
     }
-    const Codec &codec = codecOf(value.type);
-    if (!isArray(value.type)) {
-        return codec.toJson(value.content.data());
-    }
-    json array = json::array();
-    array.get_ref<json::array_t &>().reserve(value.noOfElements);
-    for (std::size_t i = 0; i < value.noOfElements; ++i) {
-        array.push_back(codec.toJson(value.content.data() + i * elementSize(value.type)));
-    }
-    return array;
+    return withElementOf(value.type, [&value](auto element) {
+        json array = json::array();
+        for (std::size_t i = 0; i < value.content.size(); i += sizeof element) {
+            std::memcpy(&element, value.content.data() + i, sizeof element);
+            if (!isArray(value.type)) {
+                return toJson(element);
+            }
+            array.push_back(toJson(element));
+        }
+        return array;
+    });
 }
 
 bool fromJson(const nlohmann::json &json, StoredValue &value, std::string &reason) {
@@ -266,15 +180,17 @@ bool fromJson(const nlohmann::json &json, StoredValue &value, std::string &reaso
     if (value.type == TYPE_STRING) {
         return stringFromJson(json, value, reason);
     }
-    const Codec &codec = codecOf(value.type);
-    for (std::size_t i = 0; i * elementSize(value.type) < size; ++i) {
-        const nlohmann::json &element = isArray(value.type) ? json[i] : json;
-        if (!codec.fromJson(element, value.content.data() + i * elementSize(value.type))) {
-            reason = shown(element) + " is no value of " + std::string(typeName(value.type));
-            return false;
+    return withElementOf(value.type, [&](auto element) {
+        for (std::size_t i = 0; i < value.content.size(); i += sizeof element) {
+            const nlohmann::json &found = isArray(value.type) ? json[i / sizeof element] : json;
+            if (!fromJson(found, element)) {
+                reason = shown(found) + " is no value of " + std::string(typeName(value.type));
+                return false;
+            }
+            std::memcpy(value.content.data() + i, &element, sizeof element);
         }
-    }
-    return true;
+        return true;
+    });
 }
 
 } // namespace storage
