@@ -12,19 +12,25 @@ namespace storage {
 
 using Bytes = std::vector<unsigned char>;
 
-/// In this machine's byte order.
+/// A file beyond this size is a damaged one, and none is made.
+constexpr std::uint64_t largestStore = std::uint64_t{1024} * 1024 * 1024;
+
+/// What packStore makes of the values, in bytes.
+std::uint64_t packedSize(const StoredValues &values);
+
+/// In this machine's byte order. The values are what a store keeps, and no more than fit the largest.
 Bytes packStore(const StoredValues &values, std::uint64_t generation);
 
 enum class StoreState {
     whole,
-    notAStore, ///< It does not begin as one.
+    notAStore, ///< It does not begin as one; what ends within the beginning is damaged.
     newer,     ///< Of a format version that is not known here.
     damaged
 };
 
 struct UnpackedStore {
     StoreState state = StoreState::damaged;
-    std::string why; ///< Where it is not whole.
+    std::string why; ///< It is not whole.
     std::uint64_t generation = 0;
     StoredValues values; ///< In this machine's byte order, whatever the file's.
 };
