@@ -143,6 +143,30 @@ struct Header {
     std::uint32_t sum = 0;
 };
 
+bool isMark(std::uint32_t order) {
+    return order == byteOrderMark || order == swappedMark;
+}
+
+/// The reader stands behind it then, and knows the byte order.
+void readHeader(Reader &reader, Header &header) {
+    const unsigned char *magicBytes = nullptr;
+    reader.take(sizeof magic, magicBytes);
+    reader.read(header.order);
+    if (header.order == swappedMark) {
+        reader.swapFromHere();
+    }
+    reader.read(header.version);
+    reader.read(header.width);
+    reader.read(header.noOfRecords);
+    reader.read(header.generation);
+    reader.read(header.size);
+    reader.read(header.sum);
+}
+
+bool isZero(const Bytes &bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == 0; });
+}
+
 /// @return why they are not; empty when they are.
 std::string readRecords(Reader &reader, std::uint32_t noOfRecords, StoredValues &values) {
     for (std::uint32_t i = 0; i < noOfRecords; ++i) {
@@ -201,30 +225,26 @@ Bytes packStore(const StoredValues &values, std::uint64_t generation) {
 
 UnpackedStore unpackStore(const Bytes &bytes) {
     UnpackedStore store;
-    if (!std::equal(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), sizeof magic)),
-                    magic)) {
-        store.state = StoreState::notAStore;
-        store.why = "it does not begin as a store does";
+    const bool hasMagic = std::equal(
+        bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), sizeof magic)), magic);
+    if (!hasMagic && isZero(bytes)) {
+        store.why = "it holds nothing but zeros"; // as a file system leaves what it had no time to write
         return store;
     }
-    if (bytes.size() < headerSize) {
+    if (hasMagic && bytes.size() < headerSize) {
         store.why = "it ends after " + std::to_string(bytes.size()) + " bytes, within its header";
         return store;
     }
-    Reader reader(bytes.data() + sizeof magic, bytes.size() - sizeof magic);
+    Reader reader(bytes.data(), bytes.size());
     Header header;
-    reader.read(header.order);
-    if (header.order == swappedMark) {
-        reader.swapFromHere();
+    readHeader(reader, header);
+    if (!hasMagic) {
+        const bool wasAStore = isMark(header.order) && header.version == formatVersion && header.size == bytes.size();
+        store.state = wasAStore ? StoreState::damaged : StoreState::notAStore;
+        store.why = wasAStore ? "its first bytes are damaged" : "it does not begin as a store does";
+        return store;
     }
-    reader.read(header.version);
-    reader.read(header.width);
-    reader.read(header.noOfRecords);
-    reader.read(header.generation);
-    reader.read(header.size);
-    reader.read(header.sum);
-    if ((header.order != byteOrderMark && header.order != swappedMark) ||
-        header.sum != checksum(bytes.data(), headerSize - sizeof header.sum)) {
+    if (!isMark(header.order) || header.sum != checksum(bytes.data(), headerSize - sizeof header.sum)) {
         store.why = "its header is damaged";
         return store;
     }
@@ -252,6 +272,7 @@ UnpackedStore unpackStore(const Bytes &bytes) {
         return store;
     }
     store.generation = header.generation;
+    store.sum = sum;
     store.state = StoreState::whole;
     return store;
 }

@@ -23,7 +23,7 @@ Bytes packStore(const StoredValues &values, std::uint64_t generation);
 
 enum class StoreState {
     whole,
-    notAStore, ///< It does not begin as one; what ends within the beginning is damaged.
+    notAStore, ///< It does not begin as one, and nothing tells that it did.
     newer,     ///< Of a format version that is not known here.
     damaged
 };
@@ -32,7 +32,8 @@ struct UnpackedStore {
     StoreState state = StoreState::damaged;
     std::string why; ///< It is not whole.
     std::uint64_t generation = 0;
-    StoredValues values; ///< In this machine's byte order, whatever the file's.
+    std::uint32_t sum = 0; ///< The checksum of the whole.
+    StoredValues values;   ///< In this machine's byte order, whatever the file's.
 };
 
 /// Trusts nothing: no size in the bytes is used before it is held against what is there.

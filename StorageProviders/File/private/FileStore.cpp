@@ -106,6 +106,7 @@ EAFResult FileStore::open(Access access, Report &report) {
     Choice choice;
     const EAFResult chosen = choose(choice, Care::both, report);
     m_isOpen = chosen == eAF_S_OK;
+    m_known = {choice.newest.generation, choice.newest.sum};
     return chosen;
 }
 
@@ -156,8 +157,9 @@ EAFResult FileStore::load(Generation &generation, Report &report) const {
         return eAF_S_OK;
     }
     if (error == notAFile) {
-        report.add(Severity::error, generation.file + " is no plain file: it is left alone, name another file");
-        return eAF_E_INVALID_ARGUMENT;
+        generation.store.state = StoreState::notAStore;
+        generation.store.why = "it is no plain file";
+        return eAF_S_OK;
     }
     if (error != 0 && error != tooLarge) {
         const EAFResult code = failed("reading the store " + generation.file, error, report);
@@ -266,6 +268,8 @@ EAFResult FileStore::read(StoredValues &values, Report &report) {
     Choice choice;
     const EAFResult chosen = choose(choice, Care::asNeeded, report);
     values = std::move(choice.newest.values);
+    m_known = {choice.newest.generation, choice.newest.sum};
+    m_isStale = false;
     return chosen;
 }
 
@@ -310,6 +314,16 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
     if (chosen != eAF_S_OK || choice.isObstructed) {
         return chosen != eAF_S_OK ? chosen : eAF_E_FAILED; // which setting aside has said
     }
+    if (choice.newest.generation != m_known.number || choice.newest.sum != m_known.sum) {
+        if (!isThere(m_folder + "/.")) {
+            return failed("storing in " + m_name, ENOENT, report);
+        }
+        m_isStale = true;
+        report.add(Severity::warning, "the store " + m_name +
+                                          " is not what this process read or stored last: it is read again, so that "
+                                          "all values are stored and not the changed ones alone");
+        return eAF_E_FAILED;
+    }
     StoredValues &stored = choice.newest.values;
     if (!merge(values, stored)) {
         return eAF_S_OK;
@@ -321,8 +335,16 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
         return eAF_E_FAILED;
     }
     const std::string &predecessor = choice.isLast ? m_name : m_before;
-    const EAFResult written = writeNew(packStore(stored, choice.newest.generation + 1), predecessor, report);
-    return written == eAF_S_OK ? putInPlace(choice.isLast, report) : written;
+    const Bytes bytes = packStore(stored, choice.newest.generation + 1);
+    EAFResult written = writeNew(bytes, predecessor, report);
+    if (written == eAF_S_OK) {
+        written = putInPlace(choice.isLast, report);
+    }
+    if (written == eAF_S_OK) {
+        m_known.number = choice.newest.generation + 1;
+        std::memcpy(&m_known.sum, bytes.data() + bytes.size() - sizeof m_known.sum, sizeof m_known.sum);
+    }
+    return written;
 }
 
 EAFResult FileStore::writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const {

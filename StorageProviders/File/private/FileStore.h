@@ -2,6 +2,7 @@
 /// The values of one location in a plain file with the generation before it beside it; README.md tells the format.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "FileFormat.h"
@@ -20,12 +21,20 @@ public:
 
     EAFResult open(Access access, Report &report) override;
     EAFResult read(StoredValues &values, Report &report) override;
+    /// @retval eAF_E_FAILED  also: the newest generation is not the one that was read or written last. A part of the
+    ///                       values makes no store: read again, and write what is missing too.
     EAFResult write(const StoredValues &values, Report &report) override;
+    bool isStale() const override { return m_isStale; }
     const std::string &name() const override { return m_name; }
 
 private:
     struct Generation;
     struct Choice;
+    /// None has the number 0.
+    struct GenerationId {
+        std::uint64_t number = 0;
+        std::uint32_t sum = 0;
+    };
     enum class Care {
         asNeeded, ///< The generation before is looked at when the newest does not serve.
         both      ///< Both are looked at, and what does not hold is set aside, so that no store writes over it.
@@ -50,6 +59,8 @@ private:
     Access m_access = Access::readOnly;
     bool m_isOpen = false;
     bool m_isReadOnly = true;
+    bool m_isStale = false;
+    GenerationId m_known;      ///< That was read or written last.
     bool m_isOnBefore = false; ///< It has been said that the generation before serves.
 };
 

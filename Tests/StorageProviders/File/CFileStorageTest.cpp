@@ -116,6 +116,35 @@ TEST_F(CFileStorageTest, AFallBack_IsAWarningThatSaysWhy) {
     EXPECT_THAT(said(1), IsEmpty());
 }
 
+// Two values: what is stored after it is all of the last state, whatever lay there in between.
+TEST_F(CFileStorageTest, AStoreThatSomebodyDamagedOrRemovedMeanwhile_IsWrittenWhole) {
+    for (const bool isRemoved : {false, true}) {
+        StoredNumbers region(2);
+        {
+            test::RunningProvider provider(in("s"));
+            for (std::int32_t i = 1; i <= 2; ++i) {
+                region.numbers = {i, 10 * i};
+                ASSERT_EQ(eAF_S_OK, provider.store(region));
+            }
+            if (isRemoved) {
+                fs::remove(in("s"));
+            } else {
+                fs::resize_file(in("s"), 60);
+            }
+            TraceRecorder::reset();
+            region.numbers[0] = 3;
+            EXPECT_EQ(eAF_S_OK, provider.store(region));
+            EXPECT_EQ(2U, provider.statistics().noOfValuesWritten);
+            EXPECT_THAT(said(3), testing::Contains(AllOf(HasSubstr(in("s")), HasSubstr("it is read again"))));
+            EXPECT_THAT(said(1), IsEmpty());
+        }
+        test::RunningProvider provider(in("s"));
+        region.numbers = {0, 0};
+        ASSERT_EQ(eAF_S_OK, provider.retrieve(region));
+        EXPECT_THAT(region.numbers, ElementsAre(3, 20));
+    }
+}
+
 TEST_F(CFileStorageTest, AFullDisk_IsAnErrorThatNamesTheFileAndTheOldValuesStay) {
     StoredNumbers region(1);
     test::RunningProvider provider(in("s"));
