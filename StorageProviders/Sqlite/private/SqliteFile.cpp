@@ -167,7 +167,7 @@ EAFResult SqliteFile::create(Report &report) {
 
 Failure SqliteFile::openFile(int flags) {
     const int code = sqlite3_open_v2(m_path.c_str(), &m_database, flags, nullptr);
-    const Failure failure = Failure::of(code, m_database);
+    Failure failure = Failure::of(code, m_database);
     if (code == SQLITE_OK) {
         static_cast<void>(sqlite3_extended_result_codes(m_database, 1));
     }

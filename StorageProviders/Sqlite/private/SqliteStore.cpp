@@ -182,7 +182,7 @@ Failure SqliteStore::store(const StoredValues &values) {
         code = readIds();
     }
     if (code == SQLITE_OK) {
-        const Failure failure = storeRows(values);
+        Failure failure = storeRows(values);
         if (failure.code != SQLITE_OK) {
             return failure;
         }

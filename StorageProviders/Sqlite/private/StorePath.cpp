@@ -32,6 +32,14 @@ std::string targetOf(const std::string &path) {
     return {target.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
+std::string in(std::string folder, const std::string &name) {
+    if (folder.back() != '/') {
+        folder += '/';
+    }
+    folder += name;
+    return folder;
+}
+
 } // namespace
 
 std::string pathOf(const std::string &name) {
@@ -42,14 +50,14 @@ std::string pathOf(const std::string &name) {
             return resolved;
         }
         if (resolve(folderOf(path), resolved)) {
-            path = (resolved == "/" ? resolved : resolved + "/") + path.substr(folderOf(path).size());
+            path = in(resolved, path.substr(folderOf(path).size()));
         }
         // The first store makes the file that a link of no file points to, and its lock and its journal lie there.
         const std::string target = targetOf(path);
         if (target.empty()) {
             break;
         }
-        path = target.rfind('/', 0) == 0 ? target : folderOf(path) + target;
+        path = target.rfind('/', 0) == 0 ? target : in(folderOf(path), target);
     }
     return path;
 }

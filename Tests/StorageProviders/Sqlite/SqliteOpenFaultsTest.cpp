@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <string>
 

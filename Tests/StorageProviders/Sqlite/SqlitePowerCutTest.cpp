@@ -6,6 +6,7 @@
 #include <string>
 
 #include "SimulatedDisk.h"
+#include "SqliteStore.h"
 #include "StoreSupport.h"
 #include "StoredRegion.h"
 
@@ -166,12 +167,12 @@ TEST_F(SqlitePowerCutTest, MoreThanSqliteHasMemoryFor_IsAllOldOrAllNew) {
 
 TEST_F(SqlitePowerCutTest, AReaderThatComesBeforeTheHost_FindsOldOrNew) {
     isReadFirst = true;
-    cutEverywhere({60, 1, 3000}, SIZE_MAX);
+    cutEverywhere({20, 1, 2000}, SIZE_MAX);
 }
 
 TEST_F(SqlitePowerCutTest, AReaderAfterACutFirstStore_FindsItOrNothing) {
     isReadFirst = true;
-    cutEverywhere({30, 1, 3000}, SIZE_MAX, true);
+    cutEverywhere({20, 0, 0}, SIZE_MAX, true);
 }
 
 TEST_F(SqlitePowerCutTest, TheModel_FindsWhatAStoreWithoutSyncsLoses) {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -126,7 +127,8 @@ TEST_F(SqliteUnfinishedTest, AReader_GivesTheHostThatHoldsTheLockTimeToRollItBac
             opened = reader.read(read, report);
         }
     });
-    EXPECT_EQ(std::to_string(values.size()) + "\n", test::sqlite3Program(file, "SELECT count(*) FROM variable;"));
+    EXPECT_EQ(std::to_string(values.size()) + "\n",
+              test::sqlite3Program(file, ".timeout 5000\nSELECT count(*) FROM variable;"));
     reading.join();
     EXPECT_EQ(eAF_S_OK, opened) << report.errors();
     EXPECT_EQ(values, test::sorted(read));
