@@ -9,7 +9,7 @@
 namespace storage {
 
 enum class Access {
-    readOnly, ///< Changes nothing on the disk; goes beside a host that has the store open.
+    readOnly, ///< Changes no value on the disk; goes beside a host that has the store open.
     readWrite ///< Keeps others from writing while the object lives; sets a damaged store aside.
 };
 

@@ -1,85 +1,31 @@
 #include "SqliteFile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
-#include <string_view>
+#include <thread>
 #include <utility>
 
 #include "Statement.h"
+#include "StorePath.h"
+#include "StoreTable.h"
 
 namespace storage {
 namespace {
 
 constexpr int busyTimeoutInMs = 2000;
 
-/// Paths begin with a slash or a dot: SQLite takes names like "file:x" or ":memory:" for something else.
-std::string pathOf(const std::string &name) {
-    std::array<char, PATH_MAX> resolved{};
-    if (realpath(name.c_str(), resolved.data()) != nullptr) {
-        return resolved.data();
-    }
-    const std::size_t slash = name.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : name.substr(0, slash + 1);
-    const std::string base = slash == std::string::npos ? name : name.substr(slash + 1);
-    if (realpath(folder.c_str(), resolved.data()) != nullptr) {
-        const std::string real = resolved.data();
-        return real == "/" ? real + base : real + "/" + base;
-    }
-    return name.front() == '/' ? name : "./" + name;
-}
+/// Another process's lock is waited for as long as another connection's.
+constexpr std::chrono::milliseconds lockTimeout{busyTimeoutInMs};
+constexpr std::chrono::milliseconds lockPause{5};
 
-std::string folderOf(const std::string &path) {
-    return path.substr(0, path.rfind('/') + 1);
-}
-
-bool exists(const std::string &path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
-}
-
-/// @return "<path>.damaged-<N>" with the first N that neither a file nor a journal has.
-std::string freeName(const std::string &path) {
-    for (unsigned number = 1;; ++number) {
-        std::string name = path + ".damaged-" + std::to_string(number);
-        if (!exists(name) && !exists(name + "-journal")) {
-            return name;
-        }
-    }
-}
-
-/// A rename lasts when its folder is on the disk. Where that fails the file is found damaged once more, no worse.
-void syncFolder(const std::string &folder) {
-    const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor != -1) {
-        static_cast<void>(fsync(descriptor));
-        ::close(descriptor);
-    }
-}
-
-/// The whole check, which compares the index too: a path that went bad in one of the two is found by the other.
-/// @param problem  receives the first finding; empty when all is well. @return SQLITE_OK or the failure.
-int checkIntegrity(sqlite3 *database, std::string &problem) {
-    problem.clear();
-    Statement check(database, "PRAGMA integrity_check(1)");
-    const int code = check.step();
-    if (code != SQLITE_ROW) {
-        return code == SQLITE_DONE ? SQLITE_CORRUPT : code;
-    }
-    const std::string_view finding = check.bytes(0);
-    if (finding != "ok") {
-        problem = finding;
-    }
-    return check.run();
-}
+/// Keeps a lock's error: whether it is one depends on who asks.
+class KeptError : public Report {
+public:
+    void add(Severity /*severity*/, const std::string &text) override { error = text; }
+    std::string error;
+};
 
 } // namespace
 
@@ -112,6 +58,9 @@ EAFResult SqliteFile::open(Report &report) {
 }
 
 EAFResult SqliteFile::connect(Purpose purpose, Report &report) {
+    if (purpose == Purpose::write && m_isHindered) {
+        disconnect(); // what hinders may be gone meanwhile
+    }
     if (m_database != nullptr) {
         return eAF_S_OK;
     }
@@ -125,7 +74,76 @@ EAFResult SqliteFile::connect(Purpose purpose, Report &report) {
         return fail(eAF_E_WRONG_ACCESS, "it was opened for reading only; make its folder writable and open it anew",
                     report);
     }
-    return openConnection(purpose, report);
+    const auto deadline = std::chrono::steady_clock::now() + lockTimeout;
+    EAFResult result = openConnection(purpose, report);
+    while (m_isCutShort) {
+        result = finishStore(deadline, report);
+        if (result >= eAF_E_FAILED) {
+            break;
+        }
+        result = openConnection(purpose, report);
+    }
+    return result;
+}
+
+EAFResult SqliteFile::query(const std::function<int()> &rows, Report &report) {
+    constexpr unsigned mostTries = 10;
+    for (unsigned tries = 1;; ++tries) {
+        const EAFResult connected = connect(Purpose::read, report);
+        if (connected >= eAF_E_FAILED || m_isEmpty) {
+            return connected;
+        }
+        const Failure failure = Failure::of(rows(), m_database);
+        if (failure.code == SQLITE_OK) {
+            return connected;
+        }
+        if (!failure.isCutShort() || tries == mostTries) {
+            return failed(failure, Purpose::read, report);
+        }
+        disconnect(); // the owner was killed since, or began a store in this moment: connecting tells
+    }
+}
+
+EAFResult SqliteFile::finishStore(std::chrono::steady_clock::time_point deadline, Report &report) {
+    m_isCutShort = false;
+    StoreLock lock;
+    KeptError kept;
+    const EAFResult locked = lock.acquire(m_path, kept);
+    if (locked == eAF_S_OK) {
+        return rollBack(report);
+    }
+    if (locked == eAF_E_ALREADY_INITIALIZED) {
+        // A host rolls back when it starts. One that begins a store at the wrong moment looks the same for an instant.
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return fail(locked, "a store was cut short and is not rolled back yet; " + kept.error, report);
+        }
+        std::this_thread::sleep_for(lockPause);
+        return eAF_S_OK;
+    }
+    return locked >= eAF_E_FAILED ? fail(locked, kept.error, report) : failCutShort(report);
+}
+
+EAFResult SqliteFile::rollBack(Report &report) {
+    Failure failure = openFile(SQLITE_OPEN_READWRITE);
+    if (failure.code == SQLITE_OK) {
+        int code = sqlite3_busy_timeout(m_database, busyTimeoutInMs);
+        if (code == SQLITE_OK) {
+            Statement firstRead(m_database, "PRAGMA page_count");
+            code = firstRead.run();
+        }
+        failure = Failure::of(code, m_database);
+    }
+    disconnect();
+    if (failure.isCutShort()) {
+        return failCutShort(report);
+    }
+    return failure.code == SQLITE_OK || failure.isMissingFile() ? eAF_S_OK
+                                                                : giveUp(failure, {}, Purpose::write, report);
+}
+
+EAFResult SqliteFile::failCutShort(Report &report) const {
+    const Failure failure{SQLITE_READONLY_ROLLBACK, 0, {}};
+    return fail(failure.result(), failure.text(), report);
 }
 
 EAFResult SqliteFile::openConnection(Purpose purpose, Report &report) {
@@ -143,12 +161,13 @@ EAFResult SqliteFile::openConnection(Purpose purpose, Report &report) {
 
 EAFResult SqliteFile::create(Report &report) {
     const Failure failure = openFile(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    return failure.code == SQLITE_OK ? takeUp(Purpose::write, report) : giveUp(failure, {}, Purpose::write, report);
+    return failure.code == SQLITE_OK ? takeUp(Purpose::write, report)
+                                     : giveUp(explained(failure), {}, Purpose::write, report);
 }
 
 Failure SqliteFile::openFile(int flags) {
     const int code = sqlite3_open_v2(m_path.c_str(), &m_database, flags, nullptr);
-    const Failure failure = Failure::of(code, m_database);
+    Failure failure = Failure::of(code, m_database);
     if (code == SQLITE_OK) {
         static_cast<void>(sqlite3_extended_result_codes(m_database, 1));
     }
@@ -156,25 +175,58 @@ Failure SqliteFile::openFile(int flags) {
 }
 
 EAFResult SqliteFile::takeUp(Purpose purpose, Report &report) {
+    try {
+        return examine(purpose, report);
+    } catch (...) {
+        disconnect(); // a connection that stands counts as examined
+        throw;
+    }
+}
+
+EAFResult SqliteFile::examine(Purpose purpose, Report &report) {
     FileHeader header;
     int code = readHeader(m_database, header);
     if (code == SQLITE_OK && !isOurs(header)) {
         disconnect();
         return refuse(header, report);
     }
-    std::string problem;
+    TableCheck found;
     if (code == SQLITE_OK) {
         code = prepareConnection();
     }
     if (code == SQLITE_OK) {
-        code = checkContent(problem);
+        code = checkContent(found);
+    }
+    if (code == SQLITE_READONLY_ROLLBACK && m_access == Access::readOnly) {
+        m_isCutShort = true;
+        disconnect();
+        return eAF_E_WRONG_ACCESS;
     }
     if ((code & 0xFF) == SQLITE_ERROR) {
         // The statements are ours: what SQLite does not understand is the file.
         code = SQLITE_CORRUPT;
     }
     if (code != SQLITE_OK) {
-        return giveUp(Failure::of(code, m_database), problem, purpose, report);
+        return giveUp(Failure::of(code, m_database), found.damage, purpose, report);
+    }
+    return tell(found, purpose, report);
+}
+
+EAFResult SqliteFile::tell(const TableCheck &found, Purpose purpose, Report &report) {
+    if (!found.remark.empty()) {
+        report.add(Severity::information, m_name +
+                                              ": the variables are whole; what others put into the database is "
+                                              "not, or this program can not tell (" +
+                                              found.remark + ")");
+    }
+    if (!found.hindrance.empty()) {
+        const std::string text = "no value can be stored in it: " + found.hindrance;
+        if (purpose == Purpose::write) {
+            disconnect();
+            return fail(eAF_E_FAILED, text, report);
+        }
+        m_isHindered = true;
+        report.add(Severity::warning, m_name + ": " + text);
     }
     if (m_access == Access::readWrite && (!isWritable() || sqlite3_db_readonly(m_database, "main") == 1)) {
         report.add(Severity::warning, m_name + ": opened for reading only, storing will fail; make the file, its "
@@ -188,7 +240,7 @@ bool SqliteFile::isOurs(const FileHeader &header) const {
         // The power may have gone in the very first store, which leaves anything in the file and a journal that says
         // that it was empty.
         sqlite3_vfs *system = sqlite3_vfs_find(nullptr);
-        const std::string journal = m_path + "-journal";
+        const std::string journal = journalOf(m_path);
         int isThere = 0;
         return system->xAccess(system, journal.c_str(), SQLITE_ACCESS_EXISTS, &isThere) == SQLITE_OK && isThere != 0;
     }
@@ -230,7 +282,7 @@ int SqliteFile::prepareConnection() {
     return code;
 }
 
-int SqliteFile::checkContent(std::string &problem) {
+int SqliteFile::checkContent(TableCheck &found) {
     bool hasPages = false;
     {
         // The first statement that reads: a journal that a killed process left is rolled back here.
@@ -245,25 +297,31 @@ int SqliteFile::checkContent(std::string &problem) {
         setEmpty();
         return SQLITE_OK;
     }
-    int code = checkIntegrity(m_database, problem);
-    if (code != SQLITE_OK || !problem.empty()) {
-        return code == SQLITE_OK ? SQLITE_CORRUPT : code;
-    }
-    const Statement table(m_database, "SELECT id,location,path,type,count,value FROM variable");
-    code = table.failure();
-    if ((code & 0xFF) == SQLITE_ERROR) {
-        problem = "the table of variables is missing or has other columns";
-    }
+    const int code = checkTable(m_database, found);
     m_isEmpty = m_isEmpty && code != SQLITE_OK;
     return code;
 }
 
-EAFResult SqliteFile::failed(int code, Purpose purpose, Report &report) {
-    const Failure failure = Failure::of(code, m_database);
-    if (code == SQLITE_READONLY_DBMOVED) {
+EAFResult SqliteFile::failed(const Failure &failure, Purpose purpose, Report &report) {
+    if (failure.code == SQLITE_READONLY_DBMOVED) {
         ++m_generation;
     }
-    return giveUp(failure, {}, purpose, report);
+    return giveUp(purpose == Purpose::write ? explained(failure) : failure, {}, purpose, report);
+}
+
+Failure SqliteFile::explained(const Failure &failure) const {
+    Failure explained = failure;
+    if (failure.isMissingFile()) {
+        // What SQLite can not make it tries once more for reading, and tells that there is no such file.
+        for (const std::string &file : {m_path, journalOf(m_path)}) {
+            const int error = exists(file) ? 0 : errorOfMaking(file);
+            if (error != 0) {
+                explained.systemError = error;
+                break;
+            }
+        }
+    }
+    return explained;
 }
 
 EAFResult SqliteFile::giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report) {
@@ -281,9 +339,9 @@ EAFResult SqliteFile::giveUp(const Failure &failure, const std::string &problem,
 EAFResult SqliteFile::setAside(const std::string &damage, Report &report) {
     const std::string aside = freeName(m_path);
     const std::string text = m_name + ": " + damage + "; it is kept as " + aside +
-                             ", and the store is empty now; `sqlite3 " + aside + " .recover` may still show its values";
-    const std::string journal = m_path + "-journal";
-    const std::string journalAside = aside + "-journal";
+                             ", and the store is empty now; `sqlite3 " + aside + " .dump` may still show its values";
+    const std::string journal = journalOf(m_path);
+    const std::string journalAside = journalOf(aside);
     if (std::rename(m_path.c_str(), aside.c_str()) != 0) {
         return fail(eAF_E_FAILED,
                     damage + "; it could not be renamed to " + aside + " (" + std::strerror(errno) +
@@ -316,6 +374,7 @@ void SqliteFile::setEmpty() {
 void SqliteFile::disconnect() {
     sqlite3_close_v2(m_database);
     m_database = nullptr;
+    m_isHindered = false;
 }
 
 Transaction::~Transaction() {

@@ -4,7 +4,9 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,6 +14,7 @@
 #include "FileHeader.h"
 #include "Report.h"
 #include "StoreLock.h"
+#include "StoreTable.h"
 #include "VariableStore.h"
 
 namespace storage {
@@ -34,8 +37,13 @@ public:
     /// Takes the lock and connects.
     EAFResult open(Report &report);
 
-    /// Does nothing on a connection that stands. Afterwards the file is one of our stores, or empty, or not there.
+    /// Does nothing on a connection that stands. A store that was cut short is rolled back, by a reader too, unless
+    /// another process holds the lock: that one is given the time to do so. Afterwards the file is one of our stores,
+    /// or empty, or not there.
     EAFResult connect(Purpose purpose, Report &report);
+
+    /// Connects and reads, unless the store is empty. @param rows  runs statements. @return SQLITE_OK or the failure.
+    EAFResult query(const std::function<int()> &rows, Report &report);
 
     /// Makes the file, after connect found none.
     EAFResult create(Report &report);
@@ -54,16 +62,22 @@ public:
 
     /// Reports a failed call and drops the connection: what it holds can not be trusted any more. A damaged file
     /// is set aside for a reader, whose code is eAF_S_OK then: the store is empty.
-    EAFResult failed(int code, Purpose purpose, Report &report);
+    EAFResult failed(const Failure &failure, Purpose purpose, Report &report);
 
 private:
     Failure openFile(int flags);
     EAFResult openConnection(Purpose purpose, Report &report);
+    EAFResult finishStore(std::chrono::steady_clock::time_point deadline, Report &report);
+    EAFResult rollBack(Report &report);
+    EAFResult failCutShort(Report &report) const;
     EAFResult takeUp(Purpose purpose, Report &report);
+    EAFResult examine(Purpose purpose, Report &report);
+    EAFResult tell(const TableCheck &found, Purpose purpose, Report &report);
     bool isOurs(const FileHeader &header) const;
     EAFResult refuse(const FileHeader &header, Report &report) const;
     int prepareConnection();
-    int checkContent(std::string &problem);
+    int checkContent(TableCheck &found);
+    Failure explained(const Failure &failure) const;
     EAFResult giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report);
     EAFResult setAside(const std::string &damage, Report &report);
     EAFResult fail(EAFResult result, const std::string &text, Report &report) const;
@@ -76,6 +90,8 @@ private:
     StoreLock m_lock;
     sqlite3 *m_database = nullptr;
     bool m_isEmpty = true;
+    bool m_isHindered = false; ///< Its values can be read, but none can be stored.
+    bool m_isCutShort = false; ///< A store was, and a reader found it.
     std::uint32_t m_generation = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Statement.h"
+#include "StoreTable.h"
 #include "Utf8.h"
 #include "ValueColumn.h"
 #include "VariableType.h"
@@ -13,28 +14,6 @@ namespace storage {
 namespace {
 
 using Purpose = SqliteFile::Purpose;
-
-static_assert(storeApplicationId == 1514227283 && storeFormatVersion == 1, "as the text below writes them");
-constexpr const char *createStore = "CREATE TABLE variable("
-                                    "id INTEGER PRIMARY KEY,"
-                                    "location INTEGER NOT NULL,"
-                                    "path TEXT NOT NULL,"
-                                    "type TEXT NOT NULL,"
-                                    "count INTEGER NOT NULL,"
-                                    "value,"
-                                    "UNIQUE(location,path));"
-                                    "PRAGMA application_id=1514227283;"
-                                    "PRAGMA user_version=1";
-
-/// Paths and damaged texts may hold anything; a report is one line.
-std::string onOneLine(std::string text) {
-    for (char &character : text) {
-        if (static_cast<unsigned char>(character) < ' ') {
-            character = '?';
-        }
-    }
-    return text;
-}
 
 } // namespace
 
@@ -83,16 +62,7 @@ EAFResult SqliteStore::read(StoredValues &values, Report &report) {
     }
     m_ids.clear();
     m_hasIds = false;
-    EAFResult result = m_file->connect(Purpose::read, report);
-    if (result >= eAF_E_FAILED) {
-        return result;
-    }
-    const int code = m_file->isEmpty() ? SQLITE_OK : readRows(values, report);
-    if (code != SQLITE_OK) {
-        values.clear();
-        m_ids.clear();
-        result = m_file->failed(code, Purpose::read, report);
-    }
+    const EAFResult result = m_file->query([&] { return readRows(values, report); }, report);
     if (result < eAF_E_FAILED) {
         m_hasIds = true;
         m_generation = m_file->generation();
@@ -101,8 +71,7 @@ EAFResult SqliteStore::read(StoredValues &values, Report &report) {
 }
 
 int SqliteStore::readRows(StoredValues &values, Report &report) {
-    Statement rows(m_file->database(),
-                   "SELECT id,path,type,count,value FROM variable NOT INDEXED WHERE location=?1 ORDER BY id");
+    Statement rows(m_file->database(), selectRowsSql);
     rows.bindInteger(1, m_locationId);
     int code = rows.step();
     while (code == SQLITE_ROW) {
@@ -116,7 +85,12 @@ int SqliteStore::readRows(StoredValues &values, Report &report) {
         }
         code = rows.step();
     }
-    return code == SQLITE_DONE ? SQLITE_OK : code;
+    if (code != SQLITE_DONE) {
+        values.clear();
+        m_ids.clear();
+        return code;
+    }
+    return SQLITE_OK;
 }
 
 void SqliteStore::readRow(const Row &row, StoredValues &values, Report &report) const {
@@ -160,8 +134,8 @@ EAFResult SqliteStore::write(const StoredValues &values, Report &report) {
     if (result >= eAF_E_FAILED) {
         return result;
     }
-    const int code = store(values);
-    return code == SQLITE_OK ? eAF_S_OK : m_file->failed(code, Purpose::write, report);
+    const Failure failure = store(values);
+    return failure.code == SQLITE_OK ? eAF_S_OK : m_file->failed(failure, Purpose::write, report);
 }
 
 EAFResult SqliteStore::checkValues(const StoredValues &values, Report &report) const {
@@ -196,28 +170,29 @@ EAFResult SqliteStore::connectToWrite(Report &report) {
     return m_file->database() != nullptr ? connected : m_file->create(report);
 }
 
-int SqliteStore::store(const StoredValues &values) {
+Failure SqliteStore::store(const StoredValues &values) {
     // Known again when the new rows are durable.
     const bool hadIds = std::exchange(m_hasIds, false);
     Transaction transaction(*m_file);
     int code = transaction.begin();
     if (code == SQLITE_OK && m_file->isEmpty()) {
-        code = execute(m_file->database(), createStore);
+        code = execute(m_file->database(), createTableSql);
     }
     if (code == SQLITE_OK && !hadIds) {
         code = readIds();
     }
     if (code == SQLITE_OK) {
-        code = storeRows(values);
-    }
-    if (code == SQLITE_OK) {
+        Failure failure = storeRows(values);
+        if (failure.code != SQLITE_OK) {
+            return failure;
+        }
         code = transaction.commit();
     }
     if (code == SQLITE_OK) {
         m_hasIds = true;
         m_file->setFilled();
     }
-    return code;
+    return Failure::of(code, m_file->database());
 }
 
 int SqliteStore::readIds() {
@@ -232,14 +207,9 @@ int SqliteStore::readIds() {
     return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
-int SqliteStore::storeRows(const StoredValues &values) {
-    // The path is compared too: rows may have been deleted and added by hand, and numbers are used again then.
-    Statement update(m_file->database(), "UPDATE variable SET type=?3,count=?4,value=?5 "
-                                         "WHERE id=?6 AND location=?1 AND path=?2");
-    Statement insert(m_file->database(), "INSERT INTO variable(location,path,type,count,value) VALUES(?1,?2,?3,?4,?5) "
-                                         "ON CONFLICT(location,path) DO UPDATE "
-                                         "SET type=excluded.type,count=excluded.count,value=excluded.value "
-                                         "RETURNING id");
+Failure SqliteStore::storeRows(const StoredValues &values) {
+    Statement update(m_file->database(), updateRowSql);
+    Statement insert(m_file->database(), insertRowSql);
     int code = update.failure() != SQLITE_OK ? update.failure() : insert.failure();
     for (auto value = values.begin(); code == SQLITE_OK && value != values.end(); ++value) {
         bool isUpdated = false;
@@ -251,7 +221,8 @@ int SqliteStore::storeRows(const StoredValues &values) {
             code = insertRow(insert, *value);
         }
     }
-    return code;
+    // While the statements are there: without them the connection forgets what they met.
+    return Failure::of(code, m_file->database());
 }
 
 void SqliteStore::bindRow(Statement &statement, const StoredValue &value, std::string &text) const {
@@ -276,7 +247,7 @@ int SqliteStore::insertRow(Statement &insert, const StoredValue &value) {
     bindRow(insert, value, text);
     const int code = insert.step();
     if (code != SQLITE_ROW) {
-        return code == SQLITE_DONE ? SQLITE_ERROR : code;
+        return code == SQLITE_DONE ? SQLITE_CONSTRAINT_TRIGGER : code; // only a trigger ignores a row
     }
     m_ids[value.path] = insert.integer(0);
     return insert.run();
@@ -285,20 +256,21 @@ int SqliteStore::insertRow(Statement &insert, const StoredValue &value) {
 EAFResult SqliteStore::locations(const std::string &file, std::vector<unsigned long> &locationIds, Report &report) {
     locationIds.clear();
     const std::shared_ptr<SqliteFile> shared = SqliteFile::of(file, Access::readOnly);
-    const EAFResult result = shared->open(report);
-    if (result >= eAF_E_FAILED || shared->isEmpty()) {
-        return result;
+    const EAFResult opened = shared->open(report);
+    if (opened >= eAF_E_FAILED) {
+        return opened;
     }
-    int code = SQLITE_OK;
-    {
+    const auto readLocations = [&] {
+        locationIds.clear();
         Statement rows(shared->database(), "SELECT DISTINCT location FROM variable NOT INDEXED ORDER BY location");
-        code = rows.step();
+        int code = rows.step();
         while (code == SQLITE_ROW) {
             locationIds.push_back(static_cast<unsigned long>(rows.integer(0)));
             code = rows.step();
         }
-    }
-    return code == SQLITE_DONE ? eAF_S_OK : shared->failed(code, Purpose::read, report);
+        return code == SQLITE_DONE ? SQLITE_OK : code;
+    };
+    return shared->query(readLocations, report);
 }
 
 } // namespace storage

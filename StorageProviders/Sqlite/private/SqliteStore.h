@@ -20,6 +20,9 @@ class SqliteStore : public VariableStore {
 public:
     SqliteStore(std::string file, unsigned long locationId);
 
+    /// A reader that meets what a killed host left of a store takes the lock and rolls it back first, or waits for
+    /// the host that holds the lock to do so. Beyond that it changes nothing but the "-wal" and "-shm" files of a
+    /// database that somebody put into WAL mode.
     EAFResult open(Access access, Report &report) override;
     EAFResult read(StoredValues &values, Report &report) override;
     /// @retval eAF_E_FAILED  also: the file was set aside or went since this location was read. A part of the values
@@ -28,8 +31,8 @@ public:
     bool isStale() const override { return m_file != nullptr && m_generation != m_file->generation(); }
     const std::string &name() const override { return m_name; }
 
-    /// @param locationIds  receives those that a file holds values of, ascending. Changes nothing on the disk.
-    /// @return as open.
+    /// @param locationIds  receives those that a file holds values of, ascending. Opens the file for
+    /// reading only. @return as open.
     static EAFResult locations(const std::string &file, std::vector<unsigned long> &locationIds, Report &report);
 
 private:
@@ -41,8 +44,8 @@ private:
     int readIds();
     EAFResult connectToWrite(Report &report);
     EAFResult checkValues(const StoredValues &values, Report &report) const;
-    int store(const StoredValues &values);
-    int storeRows(const StoredValues &values);
+    Failure store(const StoredValues &values);
+    Failure storeRows(const StoredValues &values);
     void bindRow(Statement &statement, const StoredValue &value, std::string &text) const;
     int updateRow(Statement &update, std::int64_t id, const StoredValue &value, bool &isUpdated) const;
     int insertRow(Statement &insert, const StoredValue &value);

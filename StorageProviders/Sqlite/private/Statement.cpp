@@ -82,7 +82,9 @@ double Statement::real(int column) const {
 }
 
 std::string_view Statement::bytes(int column) const {
-    const void *data = sqlite3_column_blob(m_statement, column);
+    // A text as a blob would come in the database's own encoding.
+    const bool isText = sqlite3_column_type(m_statement, column) == SQLITE_TEXT;
+    const void *data = isText ? sqlite3_column_text(m_statement, column) : sqlite3_column_blob(m_statement, column);
     const int size = sqlite3_column_bytes(m_statement, column);
     if (data == nullptr && size > 0) {
         throw std::bad_alloc{};

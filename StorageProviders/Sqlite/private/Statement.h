@@ -36,7 +36,7 @@ public:
     int columnType(int column) const;
     std::int64_t integer(int column) const;
     double real(int column) const;
-    /// The bytes of a text or a blob, valid until the next step. Throws std::bad_alloc.
+    /// The bytes of a text, in UTF-8, or of a blob, valid until the next step. Throws std::bad_alloc.
     std::string_view bytes(int column) const;
 
 private:

@@ -79,6 +79,19 @@ TEST_F(SqliteBytesWrittenTest, AStoreAfterARestart_WritesWhatChangedSinceTheRetr
     EXPECT_EQ(3u, provider.statistics().noOfValuesWritten);
 }
 
+TEST_F(SqliteBytesWrittenTest, AStoreOfNothingNew_DoesNotNoticeThatTheFileWent) {
+    region.fill(1);
+    RunningProvider provider(file);
+    ASSERT_EQ(eAF_S_OK, provider.retrieve(region));
+    EXPECT_GT(written(provider).bytes, 0u);
+    const SimulatedDisk::Image image = disk.image();
+    for (const auto &[name, contents] : image) {
+        disk.remove(name, false);
+    }
+    EXPECT_EQ(0u, written(provider).operations);
+    EXPECT_TRUE(disk.image().empty());
+}
+
 TEST_F(SqliteBytesWrittenTest, AStart_WritesNothing) {
     region.fill(1);
     {

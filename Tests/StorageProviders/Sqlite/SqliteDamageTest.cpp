@@ -261,25 +261,14 @@ TEST_F(SqliteDamageTest, DamageFoundByAWrite_ChangesNothingUntilItIsRead) {
     EXPECT_EQ(eAF_S_OK, store.write(values, report));
 }
 
-TEST_F(SqliteDamageTest, AHotJournal_IsRolledBackAtTheNextStart) {
-    // A copy taken in the middle of a transaction is what a killed host leaves.
-    sqlite3 *writer = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &writer));
-    ASSERT_EQ(SQLITE_OK, sqlite3_exec(writer, "PRAGMA cache_size=1; BEGIN; UPDATE variable SET value=value||'x';",
-                                      nullptr, nullptr, nullptr));
-    ASSERT_EQ(SQLITE_OK, sqlite3_db_cacheflush(writer));
-    const std::string torn = test::contentsOf(file);
-    const std::string journal = test::contentsOf(file + "-journal");
-    ASSERT_EQ(SQLITE_OK, sqlite3_close(writer));
-    ASSERT_NE(contents, torn);
-    test::writeFile(file, torn);
-    test::writeFile(file + "-journal", journal);
-    SqliteStore reader(file, 1);
-    EXPECT_EQ(eAF_E_WRONG_ACCESS, reader.open(Access::readOnly, report));
-    EXPECT_THAT(report.errors(), HasSubstr("a store was cut short and is not rolled back yet"));
-    EXPECT_EQ(torn, test::contentsOf(file));
-    EXPECT_EQ(values, stored());
-    EXPECT_EQ(eAF_S_OK, reader.open(Access::readOnly, report));
+TEST_F(SqliteDamageTest, TheAdviceForAStoreThatWasSetAside_ShowsItsValues) {
+    test::writeFile(file, contents.substr(0, contents.size() - pageSize));
+    EXPECT_EQ(StoredValues{}, stored());
+    const std::string warning = report.warnings();
+    const std::size_t begin = warning.find("`sqlite3 ");
+    ASSERT_NE(std::string::npos, begin);
+    const std::string command = warning.substr(begin + 1, warning.find('`', begin + 1) - begin - 1);
+    EXPECT_THAT(test::outputOf(command), HasSubstr("'Region/Object/Variable0','INT32',1,0)"));
 }
 
 } // namespace

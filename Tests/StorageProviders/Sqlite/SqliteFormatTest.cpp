@@ -229,6 +229,22 @@ TEST_F(SqliteFormatTest, AStoreThatWasPutIntoWalMode_IsTakenBack) {
     EXPECT_EQ(StoredValues{int32Value("A", 2)}, stored());
 }
 
+TEST_F(SqliteFormatTest, AReaderOfAStoreInWalMode_MakesItsTwoFilesAndChangesNothingElse) {
+    store({int32Value("A", 1)});
+    ask("PRAGMA journal_mode=WAL;");
+    const std::string before = test::contentsOf(file);
+    {
+        SqliteStore reader(file, 1);
+        StoredValues values;
+        EXPECT_EQ(eAF_S_OK, reader.open(Access::readOnly, report));
+        EXPECT_EQ(eAF_S_OK, reader.read(values, report));
+        EXPECT_EQ(StoredValues{int32Value("A", 1)}, values);
+    }
+    EXPECT_TRUE(before == test::contentsOf(file));
+    EXPECT_EQ("", test::contentsOf(file + "-wal"));
+    EXPECT_THAT(folder.names(), testing::IsSupersetOf({"store.db", "store.db-shm", "store.db-wal"}));
+}
+
 TEST_F(SqliteFormatTest, AnUnfinishedTransactionOfTheProgram_IsWaitedForAndThenSaid) {
     store({int32Value("A", 1)});
     sqlite3 *other = nullptr;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "SimulatedDisk.h"
+#include "SqliteStore.h"
 #include "StoreSupport.h"
 #include "StoredRegion.h"
 
@@ -100,9 +101,11 @@ protected:
     }
 
     void check(StoredRegion &region, bool isReturned) {
+        const storage::StoredValues before = isReadFirst ? read() : storage::StoredValues{};
         RunningProvider provider(file);
         region.fill(untouched);
         const EAFResult retrieved = provider.retrieve(region);
+        EXPECT_TRUE(!isReadFirst || before == read()) << "a reader finds what the host finds";
         ++figures.tries;
         if (retrieved >= eAF_E_FAILED) {
             ++figures.refused;
@@ -117,6 +120,15 @@ protected:
         }
     }
 
+    storage::StoredValues read() {
+        storage::SqliteStore reader(file, 1);
+        storage::StoredValues values;
+        test::ReportRecorder report;
+        EXPECT_EQ(eAF_S_OK, reader.open(storage::Access::readOnly, report)) << report.errors();
+        EXPECT_EQ(eAF_S_OK, reader.read(values, report)) << report.errors();
+        return test::sorted(values);
+    }
+
     std::size_t syncs() const {
         return static_cast<std::size_t>(std::count_if(operations.begin(), operations.end(), [](const auto &operation) {
             return operation.kind == SimulatedDisk::Operation::Kind::sync;
@@ -128,6 +140,7 @@ protected:
     std::string file = folder.file("store.db");
     std::vector<SimulatedDisk::Operation> operations;
     Figures figures;
+    bool isReadFirst = false; ///< Somebody looks at the store before the host starts again.
 
 private:
     std::string m_old;
@@ -150,6 +163,16 @@ TEST_F(SqlitePowerCutTest, MoreThanSqliteHasMemoryFor_IsAllOldOrAllNew) {
     sqlite3_soft_heap_limit64(1); // pages reach the file before the commit, as they do when a store is large
     cutEverywhere({100, 2, 2500}, SIZE_MAX);
     EXPECT_GT(syncs(), 4u) << "the journal was synced in between";
+}
+
+TEST_F(SqlitePowerCutTest, AReaderThatComesBeforeTheHost_FindsOldOrNew) {
+    isReadFirst = true;
+    cutEverywhere({20, 1, 2000}, SIZE_MAX);
+}
+
+TEST_F(SqlitePowerCutTest, AReaderAfterACutFirstStore_FindsItOrNothing) {
+    isReadFirst = true;
+    cutEverywhere({20, 0, 0}, SIZE_MAX, true);
 }
 
 TEST_F(SqlitePowerCutTest, TheModel_FindsWhatAStoreWithoutSyncsLoses) {

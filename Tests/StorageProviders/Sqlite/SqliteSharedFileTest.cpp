@@ -70,6 +70,46 @@ TEST_F(SqliteSharedFileTest, AFileBySeveralNames_IsOneFile) {
     EXPECT_EQ("3\n", test::sqlite3Program(file, "SELECT count(*) FROM variable;"));
 }
 
+TEST_F(SqliteSharedFileTest, ALinkToAFileThatIsNotThereYet_IsThatFile) {
+    namespace fs = std::filesystem;
+    const fs::path root = fs::canonical(folder.path());
+    fs::create_directories(root / "etc");
+    fs::create_directories(root / "data");
+    fs::create_symlink("../data/store.db", root / "etc/store.db");
+    fs::create_symlink(root / "etc/store.db", root / "link.db");
+    for (const char *link : {"etc/store.db", "link.db", "etc/../link.db"}) {
+        SCOPED_TRACE(link);
+        SqliteStore linked(folder.file(link), 1);
+        SqliteStore direct(folder.file("data/store.db"), 2);
+        open(linked);
+        storage::StoreLock other;
+        EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, other.acquire(root / "data/store.db", report));
+        open(direct);
+        write(linked, {int32Value("A", 1)});
+        write(direct, {int32Value("A", 2)});
+        EXPECT_EQ(StoredValues{int32Value("A", 1)}, read(linked));
+        EXPECT_TRUE(fs::is_regular_file(root / "data/store.db"));
+        fs::remove(root / "data/store.db");
+    }
+    EXPECT_FALSE(fs::exists(root / "etc/store.db.lock"));
+    EXPECT_FALSE(fs::exists(root / "link.db.lock"));
+}
+
+TEST_F(SqliteSharedFileTest, LinksThatLeadNowhere_AreAnInitializationError) {
+    namespace fs = std::filesystem;
+    fs::create_symlink("round.db", folder.file("circle.db"));
+    fs::create_symlink("circle.db", folder.file("round.db"));
+    fs::create_symlink("gone/store.db", folder.file("far.db"));
+    for (const char *link : {"round.db", "far.db"}) {
+        for (const Access access : {Access::readWrite, Access::readOnly}) {
+            SqliteStore store(folder.file(link), 1);
+            report.lines.clear();
+            EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, store.open(access, report)) << link;
+            EXPECT_NE("", report.errors()) << link;
+        }
+    }
+}
+
 TEST_F(SqliteSharedFileTest, TheLock_IsHeldUntilTheLastLocationIsClosed) {
     const auto lockedForOthers = [&] {
         storage::StoreLock other;

@@ -90,18 +90,23 @@ StoredValues sorted(StoredValues values) {
     return values;
 }
 
-std::string sqlite3Program(const std::string &file, const std::string &statements) {
-    const std::string input = file + ".sql";
-    writeFile(input, statements);
-    // The program is asked as a user would ask it; names in here are the test's own.
-    const std::string command = "sqlite3 -batch '" + file + "' < '" + input + "' 2>&1";
-    std::string answer;
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen(command.c_str(), "r"), pclose); // NOLINT(cert-env33-c)
+std::string outputOf(const std::string &command) {
+    std::string output;
+    // Programs are asked as a user would ask them; names in here are the test's own.
+    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen((command + " 2>&1").c_str(), "r"), // NOLINT(cert-env33-c)
+                                                      pclose);
     std::array<char, 4096> bytes{};
     for (std::size_t read = 1; pipe != nullptr && read > 0;) {
         read = fread(bytes.data(), 1, bytes.size(), pipe.get());
-        answer.append(bytes.data(), read);
+        output.append(bytes.data(), read);
     }
+    return output;
+}
+
+std::string sqlite3Program(const std::string &file, const std::string &statements) {
+    const std::string input = file + ".sql";
+    writeFile(input, statements);
+    const std::string answer = outputOf("sqlite3 -batch '" + file + "' < '" + input + "'");
     std::filesystem::remove(input);
     return answer;
 }

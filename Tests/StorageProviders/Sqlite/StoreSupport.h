@@ -71,6 +71,9 @@ void writeFile(const std::string &file, const std::string &contents);
 /// Ordered by path: a store's own order is not promised.
 storage::StoredValues sorted(storage::StoredValues values);
 
+/// What a command of the shell prints.
+std::string outputOf(const std::string &command);
+
 /// What the sqlite3 program answers to statements on a file.
 std::string sqlite3Program(const std::string &file, const std::string &statements);
 
