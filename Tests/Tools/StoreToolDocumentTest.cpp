@@ -1,0 +1,106 @@
+// zaf-store dump, load, convert and diff: whole stores that go from one form into another.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "StoreTool.h"
+
+namespace storetool {
+namespace {
+
+using testing::HasSubstr;
+
+namespace fs = std::filesystem;
+
+TEST_P(EitherKind, DumpAndLoad_GiveBackEveryBit) {
+    make("a", isSqlite, everySort());
+    ASSERT_EQ(0, tool("dump a a.json").exitCode);
+    const Outcome loaded = tool("load b a.json --kind " + kind);
+    EXPECT_EQ("25 values read, 25 written\n", loaded.out);
+    const Outcome compared = tool("diff a b");
+    EXPECT_EQ(0, compared.exitCode) << compared.out;
+    EXPECT_EQ("no difference in 25 values\n", compared.out);
+    for (const StoredValue &value : everySort()) {
+        EXPECT_THAT(valuesIn("b", isSqlite), testing::Contains(value)) << value.path;
+    }
+    EXPECT_EQ("25 values read, 0 written\n", tool("load b a.json").out);
+}
+
+TEST_P(EitherKind, Convert_ThereAndBack_IsTheSame) {
+    make("a", isSqlite, everySort());
+    EXPECT_EQ("25 values written to b\n", tool("convert a b --kind " + otherKind).out);
+    EXPECT_EQ("25 values written to c\n", tool("convert b c --kind " + kind).out);
+    EXPECT_EQ(0, tool("diff a c").exitCode);
+    EXPECT_EQ(0, tool("diff a b").exitCode);
+    const Outcome again = tool("convert a b --kind " + otherKind);
+    EXPECT_EQ(2, again.exitCode) << "nothing is overwritten";
+    EXPECT_THAT(again.err, HasSubstr("is there already"));
+}
+
+TEST_P(EitherKind, Diff_ShowsWhatIsOnlyInOneAndWhatDiffers) {
+    make("a", isSqlite, radio());
+    StoredValues other = radio();
+    other[0] = single<std::int32_t>("Cfg/Radio/Gain", TYPE_INT32, 21);
+    other[1].path = "Cfg/Radio/Named";
+    make("b", !isSqlite, other);
+    const Outcome outcome = tool("diff a b");
+    EXPECT_EQ(1, outcome.exitCode);
+    EXPECT_EQ("- Cfg/Radio/Gain INT32[1] 20\n"
+              "+ Cfg/Radio/Gain INT32[1] 21\n"
+              "- Cfg/Radio/Name STRING[16] \"north mast\"\n"
+              "+ Cfg/Radio/Named STRING[16] \"north mast\"\n",
+              outcome.out);
+}
+
+struct BadDocument {
+    const char *text;
+    const char *says;
+};
+
+TEST_P(EitherKind, Load_OfABadDocument_SaysWhereAndChangesNothing) {
+    make("a", isSqlite, radio());
+    const std::string good = R"({"path":"Cfg/Radio/Gain","type":"INT32","count":1,"value":5})";
+    const BadDocument documents[] = {
+        {"", "no JSON"},
+        {"{", "no JSON"},
+        {"[]", "no document"},
+        {R"({"format":"other","version":1,"variables":[]})", "no document"},
+        {R"({"format":"zaf-store","version":2,"variables":[]})", "its version is 2"},
+        {R"({"format":"zaf-store","version":1,"variables":{}})", "no document"},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,5]})", "variable 1: it is no object"},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"type":"INT32","count":1,"value":1}]})", "\"path\""},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"OBJECT","count":1,"value":1}]})",
+         "\"type\""},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":-1,"value":1}]})",
+         "\"count\""},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":1}]})", "\"value\""},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":1,"value":128}]})",
+         "128 is no value"},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"UINT8_ARRAY","count":4294967295,"value":[]}]})",
+         "more than"},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"STRING","count":2,"value":{"hex":"zz"}}]})",
+         "hex"},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,GOOD]})", "twice"},
+    };
+    for (const BadDocument &document : documents) {
+        std::string text = document.text;
+        for (std::size_t at = text.find("GOOD"); at != std::string::npos; at = text.find("GOOD")) {
+            text.replace(at, 4, good);
+        }
+        std::ofstream(in("bad.json")) << text;
+        const Outcome outcome = tool("load a bad.json");
+        EXPECT_EQ(6, outcome.exitCode) << text;
+        EXPECT_THAT(outcome.err, HasSubstr(document.says)) << text;
+        EXPECT_THAT(outcome.err, HasSubstr("bad.json"));
+    }
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::UnorderedElementsAreArray(radio()));
+    EXPECT_EQ(3, tool("load a missing.json").exitCode);
+    std::ofstream(in("good.json")) << R"({"format":"zaf-store","version":1,"variables":[]})";
+    EXPECT_EQ(2, tool("load nothing good.json").exitCode) << "a new store's kind must be named";
+}
+
+} // namespace
+} // namespace storetool
