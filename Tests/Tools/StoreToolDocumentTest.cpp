@@ -77,6 +77,9 @@ TEST_P(EitherKind, Load_OfABadDocument_SaysWhereAndChangesNothing) {
         {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":-1,"value":1}]})",
          "\"count\""},
         {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":1}]})", "\"value\""},
+        {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"DOUBLE","count":1,"value":1e999}]})",
+         "variable 1: number overflow parsing '1e999'"},
+        {R"({"format":"zaf-store","variables":[GOOD],"version":1e999})", "bad.json: number overflow"},
         {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"INT8","count":1,"value":128}]})",
          "128 is no value"},
         {R"({"format":"zaf-store","version":1,"variables":[GOOD,{"path":"P","type":"UINT8_ARRAY","count":4294967295,"value":[]}]})",
@@ -100,6 +103,54 @@ TEST_P(EitherKind, Load_OfABadDocument_SaysWhereAndChangesNothing) {
     EXPECT_EQ(3, tool("load a missing.json").exitCode);
     std::ofstream(in("good.json")) << R"({"format":"zaf-store","version":1,"variables":[]})";
     EXPECT_EQ(2, tool("load nothing good.json").exitCode) << "a new store's kind must be named";
+}
+
+std::string nested(const std::string &open, const std::string &close) {
+    constexpr int levels = 200000;
+    std::string text;
+    for (int i = 0; i < levels; ++i) {
+        text += open;
+    }
+    text += "1";
+    for (int i = 0; i < levels; ++i) {
+        text += close;
+    }
+    return text;
+}
+
+TEST_P(EitherKind, Load_OfADeeplyNestedDocument_IsRefused) {
+    make("a", isSqlite, radio());
+    const std::string deep = nested("[", "]");
+    const std::string begin = R"({"format":"zaf-store","version":1,"variables":)";
+    const std::string documents[] = {
+        deep,
+        nested(R"({"a":)", "}"),
+        R"({"format":)" + deep + R"(,"version":1,"variables":[]})",
+        R"({"format":"zaf-store","variables":[],"version":)" + deep + "}",
+        begin + deep + "}",
+        begin + R"([{"path":"P","type":"INT8","count":1,"value":)" + deep + "}]}",
+        begin + R"([{"path":"P","type":"INT8","count":1,"value":)" + nested(R"({"a":)", "}") + "}]}",
+        begin + R"([{"path":)" + deep + R"(,"type":"INT8","count":1,"value":1}]})",
+    };
+    for (const std::string &document : documents) {
+        std::ofstream(in("deep.json")) << document;
+        const Outcome outcome = tool("load a deep.json");
+        EXPECT_EQ(6, outcome.exitCode) << document.substr(0, 80);
+        EXPECT_THAT(outcome.err, HasSubstr("deep.json: no document: it is nested deeper than 8 levels"));
+    }
+}
+
+TEST_P(EitherKind, Load_OfMoreThanAStoreHolds_IsRefusedBeforeItTakesMemory) {
+    std::ofstream document(in("large.json"));
+    document << R"({"format":"zaf-store","version":1,"variables":[)";
+    for (int i = 0; i < 17; ++i) {
+        document << (i == 0 ? "" : ",") << R"({"path":"P)" << i << R"(","type":"STRING","count":67108864,"value":""})";
+    }
+    document << "]}" << std::flush;
+    const Outcome outcome = tool("load a large.json --kind " + kind);
+    EXPECT_EQ(6, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("variable 16: P16: with it the values have more than 1073741824 bytes"));
+    EXPECT_FALSE(fs::exists(in("a")));
 }
 
 } // namespace
