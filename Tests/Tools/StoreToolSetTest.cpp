@@ -87,5 +87,36 @@ TEST_P(EitherKind, Set_AddsOnlyWhatIsAskedFor) {
     EXPECT_EQ(5u, valuesIn("a", isSqlite).size());
 }
 
+TEST_P(EitherKind, Set_TakesAValueThatBeginsWithADash) {
+    make("a", isSqlite,
+         {single<std::int8_t>("Least", TYPE_INT8, 0), text("Name", std::string(8, '\0')),
+          single<double>("Real", TYPE_DOUBLE, 1.)});
+    EXPECT_EQ("Least: 0 -> -5\n", tool("set a Least -5").out);
+    EXPECT_EQ("Real: 1.0 -> \"-inf\"\n", tool("set a Real -inf").out);
+    EXPECT_EQ("Name: \"\" -> \"-hello\"\n", tool("set a Name -hello").out);
+    EXPECT_EQ("Name: \"-hello\" -> \"-h\"\n", tool("set a Name -h").out);
+    EXPECT_EQ("Name: \"-h\" -> \"-\"\n", tool("set a Name -").out);
+    EXPECT_EQ("Name: \"-\" -> \"--x\"\n", tool("set a Name -- --x").out);
+    EXPECT_EQ("Name: \"--x\" -> \"\"\n", tool("set a Name ''").out);
+    EXPECT_EQ("Name: \"\" -> \"list\"\n", tool("set a Name list").out);
+}
+
+TEST_P(EitherKind, Set_TakesItsOptionsBeforeAndBehindAValueThatBeginsWithADash) {
+    make("a", isSqlite, radio());
+    EXPECT_EQ("A: (new) -> -1\n", tool("set a A -1 --create INT8").out);
+    EXPECT_EQ("B: (new) -> \"-x\"\n", tool("set --create STRING a B --count=4 -x").out);
+    EXPECT_EQ("C: (new) -> \"-y\"\n", tool("set a C --create=STRING -y --count 4").out);
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::Contains(text("C", std::string("-y\0\0", 4))));
+}
+
+TEST_P(EitherKind, Set_OfAnUnknownOption_IsUsageAndSetsNothing) {
+    make("a", isSqlite, radio());
+    EXPECT_EQ(2, tool("set a Cfg/Radio/Name --hello").exitCode);
+    EXPECT_EQ(2, tool("set a Cfg/Radio/Name").exitCode);
+    EXPECT_EQ(2, tool("set a Cfg/Radio/Gain -5 -6").exitCode);
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::UnorderedElementsAreArray(radio()));
+    EXPECT_THAT(tool("set --help").out, HasSubstr("behind --"));
+}
+
 } // namespace
 } // namespace storetool
