@@ -1,6 +1,9 @@
 #include "StoreTool.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
+
+#include <sqlite3.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -78,7 +81,9 @@ StoreTool::StoreTool() {
 }
 
 StoreTool::~StoreTool() {
-    fs::remove_all(m_folder);
+    std::error_code error;
+    fs::permissions(m_folder, fs::perms::owner_all, fs::perm_options::add, error); // a test may have taken them
+    fs::remove_all(m_folder, error);
 }
 
 Outcome StoreTool::run(const std::string &arguments) const {
@@ -127,6 +132,24 @@ void StoreTool::damage(const std::string &file) const {
 
 void StoreTool::mend(const std::string &file, const std::string &sql) const {
     ASSERT_EQ(0, std::system(("sqlite3 '" + in(file) + "' \"" + sql + "\"").c_str()));
+}
+
+void StoreTool::cutShort(const std::string &file, const std::string &path) const {
+    // Without room in the cache, new pages are written before their time.
+    const std::string sql =
+        "PRAGMA cache_size=1; BEGIN IMMEDIATE; UPDATE variable SET value=value||' ' WHERE path='" + path + "'";
+    const pid_t host = fork();
+    ASSERT_NE(-1, host);
+    if (host == 0) {
+        sqlite3 *database = nullptr;
+        const bool isStoring = sqlite3_open(in(file).c_str(), &database) == SQLITE_OK &&
+                               sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+        _exit(isStoring ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(host, waitpid(host, &status, 0));
+    ASSERT_EQ(0, status);
+    ASSERT_LT(0u, fs::file_size(in(file + "-journal")));
 }
 
 } // namespace storetool

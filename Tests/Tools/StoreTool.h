@@ -76,6 +76,9 @@ protected:
     /// Runs SQL on a database, as whoever mends one by hand.
     void mend(const std::string &file, const std::string &sql) const;
 
+    /// Leaves a database as a host does that is killed while it stores the value of a path.
+    void cutShort(const std::string &file, const std::string &path) const;
+
 private:
     std::string m_folder;
 };

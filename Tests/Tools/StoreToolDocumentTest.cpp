@@ -153,5 +153,117 @@ TEST_P(EitherKind, Load_OfMoreThanAStoreHolds_IsRefusedBeforeItTakesMemory) {
     EXPECT_FALSE(fs::exists(in("a")));
 }
 
+TEST_P(EitherKind, ANewStoreOfNothing_IsNotMade) {
+    std::ofstream(in("empty.json")) << R"({"format":"zaf-store","version":1,"variables":[]})";
+    const Outcome loaded = tool("load a empty.json --kind " + kind);
+    EXPECT_EQ(6, loaded.exitCode);
+    EXPECT_THAT(loaded.err, HasSubstr("empty.json: it holds no values, so no store is made"));
+    make("b", true, radio());
+    mend("b", "DELETE FROM variable");
+    const Outcome converted = tool("convert b c --kind " + kind);
+    EXPECT_EQ(6, converted.exitCode);
+    EXPECT_THAT(converted.err, HasSubstr("b: it holds no values, so no store is made"));
+    for (const char *left : {"a", "a.lock", "c", "c.lock"}) {
+        EXPECT_FALSE(fs::exists(in(left))) << left;
+    }
+}
+
+TEST_P(EitherKind, Load_OfNothingIntoAStore_ChangesNothing) {
+    make("a", isSqlite, radio());
+    std::ofstream(in("empty.json")) << R"({"format":"zaf-store","version":1,"variables":[]})";
+    EXPECT_EQ("0 values read, 0 written\n", tool("load a empty.json").out);
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::UnorderedElementsAreArray(radio()));
+}
+
+TEST_P(EitherKind, ANewStoreInAMissingFolder_CanNotBeWritten) {
+    make("a", isSqlite, radio());
+    const Outcome outcome = tool("convert a missing/b --kind " + kind);
+    EXPECT_EQ(7, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("folder"));
+}
+
+TEST_P(EitherKind, ANewStoreBesideAnOldGeneration_IsRefused) {
+    make("a", isSqlite, radio());
+    make("y", false, everySort());
+    fs::rename(in("y"), in("y.1"));
+    fs::remove(in("y.lock"));
+    const std::string before = bytesOf(in("y.1"));
+    const Outcome converted = tool("convert a y --kind " + kind);
+    EXPECT_EQ(2, converted.exitCode);
+    EXPECT_THAT(converted.err, HasSubstr("y.1 is there"));
+    ASSERT_EQ(0, tool("dump a a.json").exitCode);
+    const Outcome loaded = tool("load y a.json --kind " + kind);
+    EXPECT_EQ(2, loaded.exitCode);
+    EXPECT_THAT(loaded.err, HasSubstr("y.1 is there"));
+    EXPECT_FALSE(fs::exists(in("y")));
+    EXPECT_FALSE(fs::exists(in("y.lock")));
+    EXPECT_EQ(before, bytesOf(in("y.1")));
+}
+
+TEST_P(EitherKind, DumpAndConvert_OntoTheStoreItself_AreRefused) {
+    make("a", isSqlite, radio());
+    make("a", isSqlite, {single<std::int32_t>("Cfg/Radio/Gain", TYPE_INT32, 21)});
+    fs::create_symlink("a", in("soft"));
+    fs::create_hard_link(in("a"), in("hard"));
+    const std::string before = bytesOf(in("a"));
+    for (const char *file : {"a", "./a", "soft", "hard", "a.1", "a.lock", "a-journal", "a.new"}) {
+        const Outcome dumped = tool(std::string("dump a ") + file);
+        EXPECT_EQ(2, dumped.exitCode) << file;
+        EXPECT_THAT(dumped.err, HasSubstr("belongs to the store itself")) << file;
+    }
+    EXPECT_EQ(2, tool("dump soft a.1").exitCode);
+    EXPECT_EQ(2, tool("convert a a-journal --kind " + kind).exitCode);
+    EXPECT_EQ(before, bytesOf(in("a")));
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::Contains(single<std::int32_t>("Cfg/Radio/Gain", TYPE_INT32, 21)));
+}
+
+TEST_F(StoreTool, Dump_ReplacesAFileWholeAndKeepsItsModeAndLinks) {
+    make("a", true, radio());
+    std::ofstream(in("out.json")) << std::string(100000, 'x');
+    fs::permissions(in("out.json"), fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("out.json", in("link.json"));
+    EXPECT_EQ(0, tool("dump a link.json").exitCode);
+    EXPECT_EQ(tool("dump a").out, bytesOf(in("out.json")));
+    EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(in("out.json")).permissions());
+    EXPECT_TRUE(fs::is_symlink(in("link.json")));
+}
+
+TEST_F(StoreTool, Dump_ThatFails_LeavesTheFileAsItWas) {
+    make("a", true, everySort());
+    std::ofstream(in("out.json")) << "precious";
+    const Outcome outcome = run("trap '' XFSZ; ulimit -f 4; zaf-store dump a out.json");
+    EXPECT_EQ(7, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("out.json: it can not be written (File too large)"));
+    EXPECT_EQ("precious", bytesOf(in("out.json")));
+    for (const auto &entry : fs::directory_iterator(in(""))) {
+        EXPECT_THAT(entry.path().filename().string(), testing::Not(HasSubstr(".new-")));
+    }
+    EXPECT_EQ(7, tool("dump a missing/out.json").exitCode);
+}
+
+TEST_F(StoreTool, Dump_WritesThroughAPipe) {
+    make("a", true, radio());
+    EXPECT_EQ(0,
+              run("mkfifo p; timeout 20 cat p >got & timeout 20 zaf-store dump a p; r=$?; wait; (exit $r)").exitCode);
+    EXPECT_EQ(tool("dump a").out, bytesOf(in("got")));
+    EXPECT_EQ(7, tool("dump a /dev/full").exitCode);
+}
+
+TEST_F(StoreTool, WhatCopiesAStoreWithAFault_CopiesTheRestAndSaysWhich) {
+    make("a", true, radio());
+    ASSERT_EQ(0, tool("convert a whole --kind sqlite").exitCode);
+    mend("a", "UPDATE variable SET value='junk' WHERE path='Cfg/Radio/Gain'");
+    for (const char *command : {"dump a", "dump a a.json", "list a", "list --json a", "convert a b --kind file",
+                                "convert a c --kind sqlite", "diff a a", "diff b a"}) {
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(1, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("Cfg/Radio/Gain")) << command;
+    }
+    EXPECT_EQ(2u, valuesIn("b", false).size());
+    EXPECT_EQ(2u, valuesIn("c", true).size());
+    EXPECT_EQ(0, tool("dump b").exitCode);
+    EXPECT_EQ(0, tool("get a Cfg/Radio/Name").exitCode);
+}
+
 } // namespace
 } // namespace storetool

@@ -118,5 +118,42 @@ TEST_P(EitherKind, Set_OfAnUnknownOption_IsUsageAndSetsNothing) {
     EXPECT_THAT(tool("set --help").out, HasSubstr("behind --"));
 }
 
+TEST_P(EitherKind, Set_OfANewString_CountsTheBytesOfItsHexadecimalForm) {
+    make("a", isSqlite, radio());
+    EXPECT_EQ(0, tool("set a H '{\"hex\":\"00ff\"}' --create STRING").exitCode);
+    EXPECT_THAT(valuesIn("a", isSqlite), testing::Contains(text("H", std::string("\0\xFF", 2))));
+}
+
+TEST_P(EitherKind, Set_OfADeeplyNestedValue_IsAMisfit) {
+    make("a", isSqlite, radio());
+    for (const std::string &value : {std::string(100000, '['), std::string(50000, '[') + std::string(50000, ']')}) {
+        const Outcome outcome = tool("set a Cfg/Radio/Tilt '" + value + "'");
+        EXPECT_EQ(6, outcome.exitCode);
+        EXPECT_THAT(outcome.err, HasSubstr("expected an array of 3"));
+    }
+}
+
+TEST_P(EitherKind, Set_ThatChangesNothing_NeedsNoLock) {
+    make("a", isSqlite, radio());
+    fs::remove(in("a.lock"));
+    EXPECT_EQ(6, tool("set a Cfg/Radio/Gain high").exitCode);
+    EXPECT_EQ(3, tool("set a Cfg/Radio/Loss 5").exitCode);
+    EXPECT_EQ(0, tool("set a Cfg/Radio/Gain 20").exitCode);
+    EXPECT_FALSE(fs::exists(in("a.lock")));
+}
+
+TEST_F(StoreTool, Set_OfAValueThatCanNotBeRead_SaysSoAndReplacesItWhenTold) {
+    make("a", true, radio());
+    mend("a", "UPDATE variable SET value='junk' WHERE path='Cfg/Radio/Gain'");
+    const Outcome refused = tool("set a Cfg/Radio/Gain 3");
+    EXPECT_EQ(6, refused.exitCode);
+    EXPECT_THAT(refused.err, HasSubstr("the value of Cfg/Radio/Gain can not be read"));
+    EXPECT_THAT(refused.err, HasSubstr("--create TYPE --count N replaces it"));
+    EXPECT_EQ(6, tool("get a Cfg/Radio/Gain").exitCode);
+    EXPECT_EQ(3, tool("set a Radio/Gain 3").exitCode) << "another path";
+    EXPECT_EQ("Cfg/Radio/Gain: (unreadable) -> 3\n", tool("set a Cfg/Radio/Gain 3 --create INT32").out);
+    EXPECT_EQ("a: 3 values, 0 faults\n", tool("verify a").out);
+}
+
 } // namespace
 } // namespace storetool

@@ -1,15 +1,17 @@
-// What goes for every command of zaf-store: its page, its exit codes, the stores that it meets.
+// What goes for every command of zaf-store: its page, its exit codes, the stores that it meets.#include <chrono>
 #include "StoreTool.h"
 
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace storetool {
 namespace {
@@ -126,6 +128,138 @@ TEST_F(StoreTool, AValueMendedByHandThatDoesNotFit_IsAFaultOfVerify) {
     EXPECT_EQ(1, outcome.exitCode);
     EXPECT_EQ("a: 2 values, 1 fault\n", outcome.out);
     EXPECT_THAT(outcome.err, HasSubstr("Cfg/Radio/Gain"));
+}
+
+TEST_F(StoreTool, ADamagedGenerationOfAStoreFile_IsReadAroundAndNeverMoved) {
+    make("a", false, radio());
+    make("a", false, {single<std::int32_t>("Cfg/Radio/Gain", TYPE_INT32, 21)});
+    ASSERT_EQ(0, tool("dump a a.json").exitCode);
+    damage("a");
+    const std::string bytes = bytesOf(in("a"));
+    const std::string bytesBefore = bytesOf(in("a.1"));
+    EXPECT_EQ("20\n", tool("get a Cfg/Radio/Gain").out);
+    EXPECT_EQ(1, tool("verify a").exitCode);
+    for (const char *command : {"set a Cfg/Radio/Gain 5", "set a New 5 --create INT8", "load a a.json"}) {
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(5, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("nothing was written, because the store is damaged")) << command;
+    }
+    EXPECT_EQ(bytes, bytesOf(in("a")));
+    EXPECT_EQ(bytesBefore, bytesOf(in("a.1")));
+    EXPECT_FALSE(fs::exists(in("a.damaged-1")));
+    EXPECT_EQ(1, tool("convert a b --kind file").exitCode);
+    EXPECT_EQ("b: 3 values, 0 faults\n", tool("verify b").out);
+}
+
+TEST_F(StoreTool, AStoreThatIsNoRegularFile_IsRefusedAtOnce) {
+    ASSERT_EQ(0, run("mkfifo p q.1; mkdir d; : >q").exitCode);
+    for (const char *store : {"p", "q", "d", "/dev/zero"}) {
+        for (const char *command : {"list", "verify", "dump", "get -- STORE P", "set -- STORE P 1", "diff STORE",
+                                    "convert --kind file STORE x --"}) {
+            std::string arguments = command;
+            const std::size_t place = arguments.find("STORE");
+            if (place != std::string::npos) {
+                arguments.replace(place, 5, store);
+            }
+            const Outcome outcome = run("timeout 20 zaf-store " + arguments + " " +
+                                        (place == std::string::npos || arguments.rfind("diff", 0) == 0 ? store : ""));
+            EXPECT_EQ(5, outcome.exitCode) << arguments << outcome.err;
+            EXPECT_THAT(outcome.err, HasSubstr("no regular file")) << arguments;
+        }
+    }
+}
+
+TEST_P(EitherKind, AFullStandardOutput_IsAFailure) {
+    make("a", isSqlite, radio());
+    for (const char *command : {"list a", "list --json a", "get a Cfg/Radio/Gain", "dump a", "verify a", "diff a a",
+                                "--help", "list --help"}) {
+        const Outcome full = run(std::string("(zaf-store ") + command + " >/dev/full)");
+        EXPECT_EQ(7, full.exitCode) << command;
+        EXPECT_THAT(full.err, HasSubstr("standard output can not be written (No space left on device)")) << command;
+        EXPECT_EQ(7, run(std::string("(zaf-store ") + command + " >&-)").exitCode) << command;
+    }
+    EXPECT_EQ(7, run("(zaf-store set a Cfg/Radio/Gain 5 >&- 2>&-)").exitCode);
+    EXPECT_EQ("5\n", tool("get a Cfg/Radio/Gain").out) << "the store was written all the same";
+}
+
+TEST_F(StoreTool, ALocationThatIsNotThere_IsNotFound) {
+    make("a", true, radio(), 1);
+    make("a", true, {single<std::int32_t>("Cal/X", TYPE_INT32, 3)}, 7);
+    for (const char *command :
+         {"list a", "list --json a", "verify a", "dump a", "get a Cal/X", "convert a b --kind file"}) {
+        const Outcome outcome = tool(std::string(command) + " --location 9");
+        EXPECT_EQ(3, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("a holds no location 9, but 1 7")) << command;
+    }
+    EXPECT_EQ(3, tool("diff a a --first-location 1 --second-location 9").exitCode);
+    EXPECT_EQ(0, tool("set a New 5 --create INT8 --location 9").exitCode);
+    EXPECT_EQ("5\n", tool("get a New --location 9").out);
+    ASSERT_EQ(0, tool("dump a a.json --location 7").exitCode);
+    EXPECT_EQ(0, tool("load a a.json --location 11").exitCode);
+    EXPECT_EQ(0, tool("diff a a --first-location 7 --second-location 11").exitCode);
+    mend("a", "DELETE FROM variable");
+    EXPECT_EQ(3, tool("list a --location 1").exitCode);
+    EXPECT_EQ(0, tool("list a").exitCode);
+}
+
+TEST_F(StoreTool, ALocationOfAStoreFile_IsUsage) {
+    make("a", false, radio());
+    ASSERT_EQ(0, tool("dump a a.json").exitCode);
+    for (const char *command :
+         {"list a --location 1", "set a Cfg/Radio/Gain 5 --location 1", "load a a.json --location 1",
+          "load b a.json --kind file --location 1", "convert a b --kind file --to-location 1"}) {
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(2, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("has no locations")) << command;
+    }
+    EXPECT_FALSE(fs::exists(in("b.lock")));
+    EXPECT_EQ("20\n", tool("get a Cfg/Radio/Gain").out);
+}
+
+TEST_F(StoreTool, AnEmptyName_IsUsage) {
+    std::ofstream(in("a.json")) << R"({"format":"zaf-store","version":1,"variables":[]})";
+    for (const char *command : {"list ''", "get '' P", "set '' P 1", "dump ''", "load '' a.json --kind file",
+                                "verify ''", "diff '' ''", "convert '' '' --kind file"}) {
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(2, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("its name is empty")) << command;
+    }
+    EXPECT_FALSE(fs::exists(in(".lock")));
+}
+
+TEST_F(StoreTool, AReaderOfABusyDatabase_WaitsLongerThanOneOfItsHostsStores) {
+    make("a", true, radio());
+    sqlite3 *host = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(in("a").c_str(), &host));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(host, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr));
+    // Longer than the store itself waits, which a reader meets as "in use".
+    std::thread store([host] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+        sqlite3_exec(host, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    const Outcome outcome = tool("verify a");
+    store.join();
+    EXPECT_EQ(0, outcome.exitCode) << outcome.err;
+    EXPECT_EQ("a: 3 values, 0 faults\n", outcome.out);
+    sqlite3_close(host);
+}
+
+TEST_F(StoreTool, AStoreThatWasCutShortWhereNothingCanBeWritten_IsUnfinished) {
+    make("a", true, everySort());
+    cutShort("a", "h");
+    const std::string bytes = bytesOf(in("a"));
+    ASSERT_EQ(0,
+              run("cp \"$(command -v zaf-store)\" tool; : >.out; : >.err; chmod 555 . && chmod 444 a a-journal a.lock")
+                  .exitCode);
+    // Whom permissions do not bind is somebody else for the while.
+    const std::string asUser =
+        geteuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups ./tool " : "./tool ";
+    for (const char *command : {"list a", "verify a", "dump a", "get a e", "set a e 5"}) {
+        const Outcome outcome = run(asUser + command);
+        EXPECT_EQ(5, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("a store was cut short")) << command;
+    }
+    EXPECT_EQ(bytes, bytesOf(in("a")));
 }
 
 } // namespace

@@ -12,14 +12,15 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Fault.h"
+#include "Output.h"
 
 namespace {
 
 const char *const footer =
     "Exit codes: 0 done, 1 differences or faults were found, 2 usage, 3 no such store, path or location, 4 the store "
     "is\n"
-    "in use, 5 no store or a damaged one, 6 a value or document that does not fit, 7 the store could not be\n"
-    "written.";
+    "in use, 5 no store or a damaged one, 6 a value or document that does not fit, 7 the store, or standard output,\n"
+    "could not be written.";
 
 const std::map<std::string, Kind> kinds{{"sqlite", Kind::sqlite}, {"file", Kind::file}};
 
@@ -137,7 +138,9 @@ int runCommand(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     try {
+        holdStandardStreams();
         const int exitCode = runCommand(argc, argv);
+        finishOutput();
         return exitCode;
     } catch (const Fault &fault) {
         std::fprintf(stderr, "zaf-store: %s\n", fault.what());
