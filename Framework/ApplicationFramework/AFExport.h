@@ -2,12 +2,12 @@
 /// Linkage and visibility of the exported interface, and the conventions that every header here shares.
 ///
 /// Result codes   An operation returns an EAFResult; below 0x8000 it succeeded, warnings included.
-/// Null           A null argument that no description allows gives eAF_E_INVALID_ARGUMENT; nothing is written.
+/// Null           Unless an operation allows it, a null argument gives eAF_E_INVALID_ARGUMENT; nothing is written.
 /// Ownership      Records handed in by pointer stay the caller's and must outlive their registration.
-///                Names are copied unless the description says otherwise.
+///                Names are copied unless an operation says otherwise.
 /// Threads        Where nothing is said, one thread at a time: the host's control thread.
 /// Memory         Where memory runs out an operation gives eAF_E_OUT_OF_MEMORY, untraced, and changes nothing,
-///                unless its description says otherwise.
+///                unless it says otherwise.
 /// Exceptions     None leaves a flat operation but the one that CModuleManager_RegisterCallback names. Callbacks
 ///                must not throw: what they throw passes through the operation that called them.
 /// Tracing        "Traced" means one record: the message, then the line "      code: %#lx\n".

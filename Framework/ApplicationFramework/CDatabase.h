@@ -5,8 +5,8 @@
 ///            511 bytes, longer ones are cut.
 /// Ownership  A region is destructed when it is removed or the database is destructed, and freed, with delete[],
 ///            when it is marked dynamically allocated.
-/// Threads    No lock. All databases share the buffers of the walk: one walk at a time in the process, and none
-///            from within an action.
+/// Threads    No lock. All databases share the buffers of the walk: one walk at a time in the process. An action
+///            neither walks nor adds or removes anything.
 #pragma once
 
 #include <stdint.h>
@@ -36,7 +36,7 @@ AF_API void CDatabase_Destruct(CDatabase *database);
 
 /// Adds a region behind the others.
 /// @retval eAF_W_ALREADY_REGISTERED  a region of that name is there; nothing is added.
-/// @retval eAF_E_FAILED              null region, or its name is empty.
+/// @retval eAF_E_FAILED              null database or region, or the region's name is empty.
 AF_API EAFResult CDatabase_AddRegion(CDatabase *database, CStorageRegion *region);
 
 AF_API uint32_t CDatabase_GetNoOfRegions(CDatabase *database);
@@ -50,7 +50,8 @@ AF_API EAFResult CDatabase_GetRegionByName(CDatabase *database, char const *name
 /// @retval eAF_E_UNKNOWN_REGION  no region has that name; traced.
 AF_API EAFResult CDatabase_RemoveRegion(CDatabase *database, char const *name);
 
-/// Searches the variables that top-level objects hold themselves, in order; linear.
+/// Searches the variables that top-level objects hold themselves, in order; linear. A null name is traced by each
+/// object that is searched, and found nowhere.
 /// @param ppVariable  receives the variable, null when there is none.
 /// @retval eAF_E_UNKNOWN_VARIABLE  no such variable; not traced.
 AF_API EAFResult CDatabase_GetVariableByName(CDatabase *database, char const *name, CVariable **ppVariable);
@@ -63,12 +64,15 @@ AF_API EAFResult CDatabase_GetVariableByPath(CDatabase *database, char const *pa
 /// Runs an action on every plain variable that the regions lead to, through nested objects and object arrays. It is
 /// how a storage provider visits the variables. An object that contains itself fails instead of being walked for
 /// ever.
-/// @retval eAF_E_FAILED  a nested object or an object could not be walked; the others were. Each is traced.
+/// Each region and the number of variables are traced at debug level.
+/// @retval eAF_E_FAILED         a nested object or an object could not be walked; the others were. Each is traced.
+/// @retval eAF_E_OUT_OF_MEMORY  no action ran.
 /// @return else eAF_S_OK, also when actions failed; the code of a region name that could not be read ends the walk.
 AF_API EAFResult CDatabase_DoVariableOperation(CDatabase *database, DatabaseAction action);
 
 /// Walks that file each variable's path, in the table and in the variable; clear each retrieved flag; give each
-/// variable that is not retrieved its default. After the last every retrieved flag is clear.
+/// variable that is not retrieved its default. After the last every retrieved flag is clear; it traces each variable
+/// that has neither a value nor a default, at debug level.
 /// @return as CDatabase_DoVariableOperation.
 AF_API EAFResult CDatabase_UpdatePathHashTable(CDatabase *database);
 AF_API EAFResult CDatabase_SetAsNotRetrieved(CDatabase *database);

@@ -23,7 +23,8 @@ AF_EXTERN_C_BEGIN
 AF_API EAFResult CStorageManager_Initialize(void);
 
 /// Forgets every provider and location. A location's regions are destructed and, where marked, freed. The manager
-/// may be filled again. Traced at debug level. @return eAF_S_OK.
+/// may be filled again. A process that ends without it leaves the regions as they are. Traced at debug level.
+/// @return eAF_S_OK.
 AF_API EAFResult CStorageManager_Uninitialize(void);
 
 /// @param locationId     not checked: of two locations with one id the second is never found.
@@ -33,7 +34,8 @@ AF_API EAFResult CStorageManager_Uninitialize(void);
 AF_API EAFResult CStorageManager_RegisterLocation(unsigned long locationId, const char *name,
                                                   unsigned long hashTableSize, unsigned long locationData);
 
-/// @param provider    must outlive CStorageManager_Uninitialize. Calls through a null table or entry fail.
+/// @param provider    must outlive CStorageManager_Uninitialize. A null table or entry fails with
+///                    eAF_E_NOT_IMPLEMENTED when it is called.
 /// @param providerId  not checked: of two providers with one id the second is never found.
 /// @retval eAF_E_INVALID_ARGUMENT  null or empty name.
 AF_API EAFResult CStorageManager_RegisterStorageProvider(IStorageProvider *provider, unsigned long providerId,
@@ -45,14 +47,16 @@ AF_API EAFResult CStorageManager_RegisterStorageProvider(IStorageProvider *provi
 AF_API EAFResult CStorageManager_AssignStorageProviderToLocation(unsigned long locationId, unsigned long providerId);
 
 /// Takes the location from its provider and names another, which CStorageManager_ReserveWritableSpace uses from then
-/// on; the operations on all providers no longer reach the location. Initialises all providers anew.
+/// on; the operations on all providers no longer reach the location, but where it had been assigned more than once.
+/// Initialises all providers anew.
 /// @retval eAF_E_UNKNOWN_LOCATION  asked first; traced.
 /// @retval eAF_E_UNKNOWN_PROVIDER  traced; the location has no provider then.
-/// @retval eAF_E_FAILED            a provider did not initialise; traced.
+/// @retval eAF_E_FAILED            a provider did not initialise; traced. The new assignment stands.
 AF_API EAFResult CStorageManager_ReassignStorageProviderToLocation(unsigned long locationId, unsigned long providerId);
 
-/// Files a region in the location whose id it carries. A region whose name is taken there is not filed, and that
-/// is a success: it stays the caller's.
+/// Files a region in the location whose id it carries. From then on the location destructs it, when it is removed or
+/// the manager is uninitialised, and frees it with delete[] where it is marked; until then it must live. A region
+/// whose name is taken there is not filed, and that is a success: it stays the caller's.
 /// @retval eAF_E_UNKNOWN_LOCATION  traced.
 /// @retval eAF_E_FAILED            the region's name is empty, or it could not be filed; traced.
 AF_API EAFResult CStorageManager_RegisterRegion(CStorageRegion *region);
@@ -87,14 +91,16 @@ AF_API EAFResult CStorageManager_StoreAllWritable(void);
 /// a linear search. Each call is logged at level 7 of the trace domain "ZEL.AF.STOR.ACC"; the content addresses are
 /// found through the plain look-ups, which log too.
 /// @retval eAF_E_INVALID_ARGUMENT  null or empty path or name, or null out pointer; not traced.
-/// @retval eAF_E_UNKNOWN_VARIABLE  no location has it. By path the out pointer is null, or as it was where no location
-///                                 has any path yet; by name it is null.
+/// @retval eAF_E_UNKNOWN_VARIABLE  no location has it; by name this is traced. The out pointer is null, or as it was
+///                                 where there is no location, by path also where none has any path yet.
 AF_API EAFResult CStorageManager_GetVariableByPath(const char *path, CVariable **ppVariable);
 AF_API EAFResult CStorageManager_GetVariableByName(const char *name, CVariable **ppVariable);
 
-/// @param pSize  receives the content's size in bytes, 0 when the look-up failed; may be null.
-/// @retval eAF_E_FAILED  the variable has no content, because its region was removed; traced.
-/// @return else as the plain look-ups.
+/// @param ppContent  receives the content's address; left alone on failure.
+/// @param pSize      receives the content's size in bytes, 0 when the look-up failed; may be null. Left alone with
+///                   eAF_E_INVALID_ARGUMENT.
+/// @retval eAF_E_FAILED  by path: the variable was freed with its region; traced.
+/// @return else as the plain look-ups; by path a failed one is traced.
 AF_API EAFResult CStorageManager_GetVariableContentAddressByPath(const char *path, void **ppContent,
                                                                  unsigned long *pSize);
 AF_API EAFResult CStorageManager_GetVariableContentAddressByName(const char *name, void **ppContent,

@@ -5,8 +5,10 @@
 ///             itself (give &child as contentAddress), or as an element of a TYPE_OBJECT_ARRAY variable. The walks
 ///             of a database and the destructor of the variable then find it. CStorageObject_AddObject makes a
 ///             variable that only carries the child's address: by name it is found, walks do not pass it.
-/// Ownership   An object frees the variables that are marked dynamically allocated, its region the object that is,
-///             all with delete[].
+/// Ownership   An object frees the variables that are marked dynamically allocated, its region the object that is, a
+///             TYPE_OBJECT or TYPE_OBJECT_ARRAY variable the nested object that is, all with delete[]. A marked object
+///             therefore has one place only: behind two variables, or behind one and in a region, it is freed twice.
+/// Depth       Walks and destructors go down one call a level: a stack of 64 KiB holds some hundred levels.
 /// Threads     No lock; one thread at a time.
 #pragma once
 
@@ -40,8 +42,9 @@ typedef struct SVariableDescriptor {
 
 AF_API void CStorageObject_Construct(CStorageObject *object, const char *name);
 
-/// Destructs every variable and frees the marked ones. A child made known by CStorageObject_AddObject stays alone,
-/// and so does the memory of the variable that carried its address.
+/// Destructs every variable, with the objects nested in it, and frees the marked ones; an object that contains itself
+/// is destructed once. A child made known by CStorageObject_AddObject stays alone, and so does the memory of the
+/// variable that carried its address. A list that gives nothing up is traced, and the rest is left as it is.
 AF_API void CStorageObject_Destruct(CStorageObject *object);
 
 /// @param ppName  receives the record's own text, also when that is empty.
@@ -50,7 +53,7 @@ AF_API EAFResult CStorageObject_GetName(CStorageObject *object, char **ppName);
 
 /// Makes variables, in array order, that belong to the object.
 /// @retval eAF_E_NAME_NOT_UNIQUE   a name is taken, also by an earlier descriptor; those before it stay.
-/// @retval eAF_E_FAILED            a variable could not be appended; those before it stay.
+/// @retval eAF_E_FAILED            a variable could not be appended, and is nobody's then; those before it stay.
 /// @retval eAF_E_OUT_OF_MEMORY     those before it stay.
 /// @retval eAF_E_INVALID_ARGUMENT  null argument or a count of 0.
 AF_API EAFResult CStorageObject_CreateVariables(CStorageObject *object, SVariableDescriptor *descriptors,
@@ -62,8 +65,8 @@ AF_API EAFResult CStorageObject_CreateVariables(CStorageObject *object, SVariabl
 AF_API EAFResult CStorageObject_AddVariable(CStorageObject *object, CVariable *variable);
 
 /// Adds a TYPE_OBJECT variable of the child's name whose content holds the child's address. Walks take that content
-/// for an object, find it without a name, and fail: see Nesting above. The child stays the caller's; the variable's
-/// memory is freed by nobody but a caller who fetched it and the parent no longer lists it.
+/// for an object, find it without a name, and fail: see Nesting above. The child stays the caller's. Nobody frees the
+/// variable's memory; a caller that fetched it may, once the parent no longer lists it.
 /// @retval eAF_E_FAILED           the child's name is empty, or the variable could not be appended.
 /// @retval eAF_E_NAME_NOT_UNIQUE  a variable has the child's name.
 AF_API EAFResult CStorageObject_AddObject(CStorageObject *parent, CStorageObject *child);

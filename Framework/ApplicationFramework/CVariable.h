@@ -72,6 +72,7 @@ typedef struct CVariable {
 /// @param contentAddress         block of CVariable_GetSizeInBytes bytes that stays the caller's (ByReference); 0: the
 ///                               variable makes a zeroed block of its own (ByValue).
 /// @param defaultContentAddress  block of the same size that outlives the variable, or 0.
+/// An unknown type without a block is traced at warning level, and gets one byte.
 /// @retval eAF_E_MUTEX_ERROR    no mutex could be had; traced. The record is filled all the same.
 /// @retval eAF_E_OUT_OF_MEMORY  no content block could be had; the record is as before.
 AF_API EAFResult CVariable_Construct(CVariable *variable, void *contentAddress, EVariableType type,
@@ -79,7 +80,7 @@ AF_API EAFResult CVariable_Construct(CVariable *variable, void *contentAddress, 
 
 /// Frees what the variable owns, never the record. A TYPE_OBJECT variable's content is taken for the nested
 /// CStorageObject itself, a TYPE_OBJECT_ARRAY variable's for pointers to such: each is destructed, and freed with
-/// delete[] when it is marked dynamically allocated.
+/// delete[] when it is marked dynamically allocated. A TYPE_OBJECT variable without content is traced.
 /// @retval eAF_E_MUTEX_ERROR  the mutex could not be destroyed; traced.
 AF_API EAFResult CVariable_Destruct(CVariable *variable);
 
@@ -88,8 +89,9 @@ AF_API EAFResult CVariable_Destruct(CVariable *variable);
 AF_API uint32_t CVariable_GetSizeInBytes(CVariable *variable);
 
 /// Copies the whole content in or out. Takes no lock: whoever shares the variable holds CVariable_Lock.
-/// @retval eAF_E_WRONG_ACCESS      the content is its creator's; traced.
-/// @retval eAF_E_INVALID_ARGUMENT  null argument.
+/// @retval eAF_E_WRONG_ACCESS      the content is its creator's; traced. Asked before the other block is looked at.
+/// @retval eAF_E_NOT_INITIALIZED   the variable was destructed.
+/// @retval eAF_E_INVALID_ARGUMENT  null argument, but for an array of no elements.
 AF_API EAFResult CVariable_SetContent(CVariable *variable, const void *source);
 AF_API EAFResult CVariable_GetContent(CVariable *variable, void *destination);
 
@@ -99,7 +101,7 @@ AF_API EAFResult CVariable_GetDefaultContentAddress(CVariable *variable, void **
 
 /// @param out  receives the record's own text; null unless eAF_S_OK.
 /// @retval eAF_E_FAILED            the name is empty; not traced.
-/// @retval eAF_E_INVALID_ARGUMENT  null variable; traced.
+/// @retval eAF_E_INVALID_ARGUMENT  null argument; traced.
 AF_API EAFResult CVariable_GetName(CVariable *variable, const char **out);
 
 /// @param out  receives the record's own text, empty until the variable is filed. @return eAF_S_OK.

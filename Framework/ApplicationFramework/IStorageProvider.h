@@ -17,8 +17,9 @@ enum { ePO_INITIALIZE = 0, ePO_STORE_ALL = 1, ePO_RETRIEVE_ALL = 2 };
 
 AF_EXTERN_C_BEGIN
 
-/// The table stays the back end's and outlives its registration. A code of 0x8000 or more is a failure: it is
-/// traced, and what else there is to do goes on.
+/// The table stays the back end's and outlives its registration. An entry may look variables up, but neither assign,
+/// reassign, register, remove nor uninitialise anything: the manager is walking its lists. A code of 0x8000 or more is
+/// a failure: it is traced, and what else there is to do goes on.
 typedef struct IStorageProvider {
     /// May be called again: a reassigned location initialises every provider anew.
     EAFResult (*Initialize)(unsigned long locationId);

@@ -17,7 +17,7 @@
 /// exception.
 class AF_API InterfaceBroker {
 public:
-    /// The one broker of the process, made on first use.
+    /// The one broker of the process, made on first use. It is emptied when the process ends, and still answers then.
     static InterfaceBroker &getInstance();
 
     /// Traced at debug level.
@@ -34,7 +34,7 @@ public:
 
     /// @param ppInterface  receives the pointer, null when there is none.
     /// @retval eAF_E_FAILED            nothing is published under that name; traced.
-    /// @retval eAF_E_INVALID_ARGUMENT  null @p ppInterface.
+    /// @retval eAF_E_INVALID_ARGUMENT  null @p ppInterface; not traced.
     EAFResult getInterface(const std::string &name, IInterface **ppInterface);
 
     /// Forgets every name; not traced.

@@ -10,7 +10,8 @@
 
 struct SProviderDescriptor;
 
-/// Owns its database. One thread at a time.
+/// Owns its database. Lives as long as a provider lists it, and no longer than its own provider. One thread at a
+/// time.
 struct AF_API SLocationDescriptor {
     std::string name;
     unsigned long locationId;

@@ -9,7 +9,7 @@
 #include "IStorageProvider.h"
 #include "SLocationDescriptor.h"
 
-/// Owns its list, not the locations in it. One thread at a time.
+/// Owns its list, not the locations in it, which must live as long as they are listed. One thread at a time.
 struct AF_API SProviderDescriptor {
     std::string name;
     IStorageProvider *provider; ///< Borrowed.
@@ -23,7 +23,7 @@ struct AF_API SProviderDescriptor {
     SProviderDescriptor(const SProviderDescriptor &) = delete;
     SProviderDescriptor &operator=(const SProviderDescriptor &) = delete;
 
-    /// @throws std::bad_alloc
+    /// Ignores null. @throws std::bad_alloc
     void addLocation(SLocationDescriptor *location);
 
     /// Removes the first listed location of that id, if there is one.

@@ -172,6 +172,7 @@ struct StorageProvider::Location {
 
     EAFResult collectChanges(CDatabase *database, StoredValues &changes, Report &report);
     EAFResult writeChanges(CDatabase *database, Report &report);
+    EAFResult storeChanges(CDatabase *database, Report &report);
     EAFResult fill(CDatabase *database, Report &report);
 };
 
@@ -248,6 +249,12 @@ EAFResult StorageProvider::Location::writeChanges(CDatabase *database, Report &r
     statistics.noOfValuesWritten = static_cast<std::uint32_t>(changes.size());
     isRead = true;
     return collected;
+}
+
+/// Compared with what the store holds, which is read first unless it is known.
+EAFResult StorageProvider::Location::storeChanges(CDatabase *database, Report &report) {
+    const EAFResult compared = isRead && !store->isStale() ? eAF_S_OK : read(report);
+    return isError(compared) ? compared : writeChanges(database, report);
 }
 
 EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
@@ -384,13 +391,9 @@ EAFResult StorageProvider::storeAll(unsigned long locationId, CDatabase *databas
                                             "would replace what it holds");
             return eAF_E_NOT_INITIALIZED;
         }
-        if (!location->isRead || location->store->isStale()) {
-            const EAFResult read = location->read(report);
-            if (isError(read)) {
-                return read;
-            }
-        }
-        return location->writeChanges(database, report);
+        const EAFResult stored = location->storeChanges(database, report);
+        // Found while writing: once more, against what is there now.
+        return isError(stored) && location->store->isStale() ? location->storeChanges(database, report) : stored;
     });
 }
 

@@ -1,6 +1,7 @@
 #include "StoreLock.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -35,6 +36,16 @@ void noteHolder(int descriptor) {
     }
 }
 
+/// What a tool of root's leaves must not keep the host of another user out.
+void giveToOwner(int descriptor, const std::string &storeFile, const std::string &folder) {
+    struct stat mine {};
+    struct stat owner {};
+    const bool isKnown = stat(storeFile.c_str(), &owner) == 0 || stat(folder.c_str(), &owner) == 0;
+    if (isKnown && fstat(descriptor, &mine) == 0 && mine.st_uid == geteuid() && mine.st_uid != owner.st_uid) {
+        static_cast<void>(!fchown(descriptor, owner.st_uid, owner.st_gid)); // only root may: nobody else needs to
+    }
+}
+
 } // namespace
 
 StoreLock::~StoreLock() {
@@ -46,9 +57,16 @@ EAFResult StoreLock::acquire(const std::string &storeFile, Report &report) {
         return eAF_S_OK;
     }
     const std::string name = storeFile + ".lock";
+    const std::size_t slash = storeFile.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : storeFile.substr(0, slash + 1);
     const int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, lockMode);
     if (descriptor == -1) {
         const int error = errno;
+        if (error == EACCES && faccessat(AT_FDCWD, name.c_str(), F_OK, AT_EACCESS) == 0) {
+            report.add(Severity::warning, "the lock file " + name +
+                                              " is another user's: remove it while no process uses the store, or give "
+                                              "it to the user of this one");
+        }
         if (error == EROFS || error == EACCES || error == EPERM || error == ENOSPC || error == EDQUOT) {
             return eAF_W_WARNING;
         }
@@ -58,6 +76,7 @@ EAFResult StoreLock::acquire(const std::string &storeFile, Report &report) {
                                                    : "see what stands in its way, or name another file"));
         return eAF_E_INITIALIZATION_ERROR;
     }
+    giveToOwner(descriptor, storeFile, folder);
     struct flock lock = wholeFile();
     if (fcntl(descriptor, F_OFD_SETLK, &lock) == 0) {
         noteHolder(descriptor);

@@ -38,7 +38,8 @@ public:
     /// An empty list touches nothing.
     virtual EAFResult write(const StoredValues &values, Report &report) = 0;
 
-    /// @return whether the file was set aside or went since this store was read: another store may share it.
+    /// @return whether what the file holds is known no more: it was set aside, replaced or removed since this store was
+    ///         read or written. Another location may share it, or somebody have had a hand in it.
     virtual bool isStale() const { return false; }
 
     /// @return the file's name, for texts.

@@ -12,7 +12,7 @@ template <std::size_t size>
 void copyBounded(char (&field)[size], const char *text) {
     const std::size_t length = text != nullptr ? strnlen(text, size - 1) : 0;
     if (length != 0) {
-        std::memcpy(field, text, length);
+        std::memmove(field, text, length); // the text may be the field's own
     }
     std::memset(field + length, 0, size - length);
 }

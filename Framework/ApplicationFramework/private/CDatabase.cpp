@@ -1,5 +1,7 @@
 #include "CDatabase.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,8 +16,6 @@ namespace {
 // Shared by every database: only one walk runs at a time.
 char fullPathBuffer[512];
 char messageBuffer[150];
-
-bool regionsWereRemoved = false;
 
 void destructRegion(CStorageRegion *region) {
     const bool isOwned = CStorageRegion_IsDynamicallyAllocated(region) != 0;
@@ -38,6 +38,76 @@ bool isEntered(const EnteredObject *innermost, const CStorageObject *object) {
         }
     }
     return false;
+}
+
+/// A path as the table knows it: what stands behind its 511th byte counts, but is not kept.
+class CutPath {
+public:
+    void append(const char *part) {
+        const std::size_t partLength = std::strlen(part);
+        if (m_length < sizeof m_text - 1) {
+            const std::size_t fitting = std::min(partLength, sizeof m_text - 1 - m_length);
+            std::memcpy(m_text + m_length, part, fitting);
+            m_text[m_length + fitting] = '\0';
+        }
+        m_length += partLength;
+        m_longest = std::max(m_longest, m_length);
+    }
+    void cutTo(std::size_t length) {
+        m_length = length;
+        m_text[std::min(length, sizeof m_text - 1)] = '\0';
+    }
+    const char *text() const { return m_text; }
+    std::size_t length() const { return m_length; }
+    std::size_t longest() const { return m_longest; }
+
+private:
+    char m_text[512] = {};
+    std::size_t m_length = 0;
+    std::size_t m_longest = 0;
+};
+
+/// Meets the plain variables that a walk meets, without a word and without memory.
+template <class Visit>
+void visitQuietly(CutPath &path, CStorageObject *object, const EnteredObject *outer, Visit visit) {
+    char *name = nullptr;
+    if (af::isError(CStorageObject_GetName(object, &name)) || isEntered(outer, object)) {
+        return;
+    }
+    const EnteredObject entered{object, outer};
+    const std::size_t outerLength = path.length();
+    path.append("/");
+    path.append(name);
+    CListIterator iterator{};
+    EAFResult result = CStorageObject_GetVariableIterator(object, &iterator);
+    while (!af::isError(result) && result != eAF_W_NO_MORE_DATA) {
+        CVariable *variable = nullptr;
+        result = CStorageObject_GetNextVariable(object, &variable, &iterator);
+        if (variable == nullptr) {
+            break;
+        }
+        if (variable->type == TYPE_OBJECT) {
+            visitQuietly(path, static_cast<CStorageObject *>(variable->content), &entered, visit);
+        } else if (variable->type != TYPE_OBJECT_ARRAY) {
+            visit(*variable);
+        } else if (variable->content != nullptr) {
+            for (std::uint32_t i = 0; i < variable->noOfElements; ++i) {
+                visitQuietly(path, static_cast<CStorageObject **>(variable->content)[i], &entered, visit);
+            }
+        }
+    }
+    path.cutTo(outerLength);
+}
+
+/// @return a length that no object's path exceeds.
+std::size_t longestPath(const CDatabase &database) {
+    CutPath path;
+    for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database.regions)) {
+        for (CStorageObject *object : af::ElementsOf<CStorageObject>(region->objects)) {
+            visitQuietly(path, object, nullptr, [](const CVariable & /*variable*/) {});
+        }
+    }
+    return path.longest();
 }
 
 struct Walk {
@@ -156,6 +226,7 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
 EAFResult walkRegions(CDatabase *database, DatabaseAction action) {
     database->noOfVariablesProcessed = 0;
     Walk walk{database, action, nullptr, {}};
+    walk.objectPath.reserve(longestPath(*database)); // memory runs out here, before the first action, or not at all
     bool isWhole = true;
     for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database->regions)) {
         char *regionName = nullptr;
@@ -247,29 +318,43 @@ EAFResult CDatabase_ActionSetToDefault(CDatabase * /*database*/, CVariable *vari
     return eAF_S_OK;
 }
 
-bool objectLeadsTo(CStorageObject *object, const CVariable *wanted, const EnteredObject *outer) {
-    CListIterator iterator{};
-    EAFResult result = CStorageObject_GetVariableIterator(object, &iterator);
-    const EnteredObject entered{object, outer};
-    while (!af::isError(result) && result != eAF_W_NO_MORE_DATA) {
-        CVariable *variable = nullptr;
-        result = CStorageObject_GetNextVariable(object, &variable, &iterator);
-        if (variable == wanted || variable == nullptr) {
-            return variable == wanted;
+// The table never forgets a path. Where it leads to a variable that was freed with its region, the lowest bit of the
+// value says so; a record's address has none.
+bool variablesWereFreed = false;
+
+bool isMarkedFreed(const void *value) {
+    return (reinterpret_cast<std::uintptr_t>(value) & 1) != 0;
+}
+
+void *withMark(CVariable *variable) {
+    return reinterpret_cast<char *>(variable) + 1;
+}
+
+CVariable *withoutMark(void *value) {
+    return static_cast<CVariable *>(static_cast<void *>(static_cast<char *>(value) - (isMarkedFreed(value) ? 1 : 0)));
+}
+
+/// Before the region is destructed.
+void markThoseToBeFreed(CDatabase &database, CStorageRegion &region) {
+    CutPath path;
+    path.append(region.name);
+    const auto mark = [&database, &path](CVariable &variable) {
+        if (variable.dynamicallyAllocated == 0) {
+            return;
         }
-        const bool isArray = variable->type == TYPE_OBJECT_ARRAY;
-        if ((!isArray && variable->type != TYPE_OBJECT) || variable->content == nullptr) {
-            continue;
+        const std::size_t objectLength = path.length();
+        path.append("/");
+        path.append(variable.name);
+        void *filed = nullptr;
+        if (!af::isError(CHashTable_Get(&database.pathHashTable, path.text(), &filed)) && filed == &variable) {
+            CHashTable_Set(&database.pathHashTable, path.text(), withMark(&variable));
+            variablesWereFreed = true;
         }
-        for (std::uint32_t i = 0; i < (isArray ? variable->noOfElements : 1); ++i) {
-            auto *nested = isArray ? static_cast<CStorageObject **>(variable->content)[i]
-                                   : static_cast<CStorageObject *>(variable->content);
-            if (nested != nullptr && !isEntered(&entered, nested) && objectLeadsTo(nested, wanted, &entered)) {
-                return true;
-            }
-        }
+        path.cutTo(objectLength);
+    };
+    for (CStorageObject *object : af::ElementsOf<CStorageObject>(region.objects)) {
+        visitQuietly(path, object, nullptr, mark);
     }
-    return false;
 }
 
 } // namespace
@@ -281,19 +366,15 @@ EAFResult af::constructDatabase(CDatabase &database, unsigned long hashTableSize
     return isError(result) ? eAF_E_OUT_OF_MEMORY : eAF_S_OK;
 }
 
-bool af::wereRegionsRemoved() {
-    return regionsWereRemoved;
+bool af::wereVariablesFreed() {
+    return variablesWereFreed;
 }
 
-bool af::leadsTo(const CDatabase &database, const CVariable *variable) {
-    for (CStorageRegion *region : ElementsOf<CStorageRegion>(database.regions)) {
-        for (CStorageObject *object : ElementsOf<CStorageObject>(region->objects)) {
-            if (objectLeadsTo(object, variable, nullptr)) {
-                return true;
-            }
-        }
-    }
-    return false;
+bool af::find(const CDatabase &database, const char *path, bool &isFreed) {
+    void *value = nullptr;
+    const bool isFound = !isError(CHashTable_Get(&database.pathHashTable, path, &value));
+    isFreed = isFound && isMarkedFreed(value);
+    return isFound;
 }
 
 void CDatabase_Construct(CDatabase *database, unsigned long hashTableSize) {
@@ -334,10 +415,13 @@ uint32_t CDatabase_GetNoOfRegions(CDatabase *database) {
 }
 
 EAFResult CDatabase_GetRegionByName(CDatabase *database, char const *name, CStorageRegion **ppRegion) {
-    if (database == nullptr || name == nullptr || ppRegion == nullptr) {
+    if (database == nullptr || ppRegion == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
     *ppRegion = nullptr;
+    if (name == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
     for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database->regions)) {
         char *regionName = nullptr;
         if (!af::isError(CStorageRegion_GetName(region, &regionName)) && std::strcmp(regionName, name) == 0) {
@@ -356,6 +440,7 @@ EAFResult CDatabase_RemoveRegion(CDatabase *database, char const *name) {
         return found;
     }
     const bool isOwned = CStorageRegion_IsDynamicallyAllocated(region) != 0;
+    markThoseToBeFreed(*database, *region);
     CStorageRegion_Destruct(region);
     for (SStorageListNode *node = database->regions.head; node != nullptr;) {
         SStorageListNode *next = node->next;
@@ -367,13 +452,11 @@ EAFResult CDatabase_RemoveRegion(CDatabase *database, char const *name) {
     if (isOwned) {
         delete[] region;
     }
-    // The table keeps the region's paths: it never forgets one.
-    regionsWereRemoved = true;
     return eAF_S_OK;
 }
 
 EAFResult CDatabase_GetVariableByName(CDatabase *database, char const *name, CVariable **ppVariable) {
-    if (database == nullptr || name == nullptr || ppVariable == nullptr) {
+    if (database == nullptr || ppVariable == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
     *ppVariable = nullptr;
@@ -388,11 +471,14 @@ EAFResult CDatabase_GetVariableByName(CDatabase *database, char const *name, CVa
 }
 
 EAFResult CDatabase_GetVariableByPath(CDatabase *database, char const *path, CVariable **ppVariable) {
-    if (database == nullptr || path == nullptr || ppVariable == nullptr) {
+    if (database == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
     if (CHashTable_Count(&database->pathHashTable) == 0) {
         return eAF_E_VARIABLE_HASH_TABLE_EMPTY;
+    }
+    if (path == nullptr || ppVariable == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
     }
     void *value = nullptr;
     if (af::isError(CHashTable_Get(&database->pathHashTable, path, &value))) {
@@ -400,7 +486,7 @@ EAFResult CDatabase_GetVariableByPath(CDatabase *database, char const *path, CVa
         *ppVariable = nullptr;
         return eAF_E_UNKNOWN_VARIABLE;
     }
-    *ppVariable = static_cast<CVariable *>(value);
+    *ppVariable = withoutMark(value);
     return eAF_S_OK;
 }
 

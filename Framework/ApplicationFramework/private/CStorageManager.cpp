@@ -104,17 +104,18 @@ EAFResult CStorageManager_PerformProviderOperation(EProviderOperation operation,
     return eAF_S_OK;
 }
 
-/// @return whether the variable is still there to be asked. A path outlives the region that it leads into.
-bool isAlive(const CVariable *variable) {
-    if (!af::wereRegionsRemoved()) {
-        return true;
+/// @return whether there is no record any more where the path leads. A path outlives the region that it leads into.
+bool leadsToAFreedVariable(const char *path) {
+    if (!af::wereVariablesFreed()) {
+        return false;
     }
+    bool isFreed = false;
     for (const SLocationDescriptor *location : Manager::locations()) {
-        if (af::leadsTo(*location->database, variable)) {
-            return true;
+        if (af::find(*location->database, path, isFreed)) {
+            break;
         }
     }
-    return false;
+    return isFreed;
 }
 
 } // namespace
@@ -286,7 +287,7 @@ EAFResult CStorageManager_GetVariableContentAddressByPath(const char *path, void
         AF_TRACE(eAF_E_FAILED, "Could not find variable using path %s", path);
         return found;
     }
-    if (!isAlive(variable) || af::isError(CVariable_GetContentAddress(variable, ppContent))) {
+    if (leadsToAFreedVariable(path) || af::isError(CVariable_GetContentAddress(variable, ppContent))) {
         AF_TRACE(eAF_E_FAILED, "Could not get content address for variable using path %s", path);
         return eAF_E_FAILED;
     }

@@ -6,12 +6,19 @@
 #include "AfTrace.h"
 #include "BoundedText.h"
 #include "DomainTrace.h"
+#include "ObjectDestruction.h"
 
 namespace {
 
 VoxTrace accessTrace("ZEL.AF.STOR.ACC", 3, 256);
 bool isAccessTraceGone = false;
 const af::TraceEnd accessTraceEnd{isAccessTraceGone};
+
+struct Destruction {
+    const CStorageObject *object;
+    const Destruction *outer;
+};
+thread_local const Destruction *innermostDestruction = nullptr;
 
 /// The list's element when its name is exactly the key.
 extern "C" uint32_t variableMatcher(const void *element, const void *key) {
@@ -68,10 +75,22 @@ void CStorageObject_Construct(CStorageObject *object, const char *name) {
     object->writable = 1;
 }
 
+bool af::isBeingDestructed(const CStorageObject *object) {
+    for (const Destruction *destruction = innermostDestruction; destruction != nullptr;
+         destruction = destruction->outer) {
+        if (destruction->object == object) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void CStorageObject_Destruct(CStorageObject *object) {
-    if (object == nullptr) {
+    if (object == nullptr || af::isBeingDestructed(object)) {
         return;
     }
+    const Destruction destruction{object, innermostDestruction};
+    innermostDestruction = &destruction;
     while (CList_IsEmpty(&object->variables) == 0) {
         void *element = nullptr;
         const std::uint32_t result = CList_PopHead(&object->variables, &element);
@@ -87,6 +106,7 @@ void CStorageObject_Destruct(CStorageObject *object) {
         }
     }
     CList_Destruct(&object->variables);
+    innermostDestruction = destruction.outer;
 }
 
 EAFResult CStorageObject_GetName(CStorageObject *object, char **ppName) {
@@ -162,7 +182,7 @@ EAFResult CStorageObject_GetVariableIterator(CStorageObject *object, CListIterat
     CListIterator first{};
     const std::uint32_t result = CList_StartIterationFromHead(&object->variables, &first);
     *iterator = first;
-    if (result == GCL_NOT_IN_LIST || result == GCL_LAST_ELEMENT) {
+    if (result == GCL_NOT_IN_LIST) {
         return eAF_W_NO_MORE_DATA;
     }
     return af::isError(result) ? eAF_E_FAILED : eAF_S_OK;

@@ -8,7 +8,7 @@
 
 #include "AfTrace.h"
 #include "BoundedText.h"
-#include "CStorageObject.h"
+#include "ObjectDestruction.h"
 #include "VariableType.h"
 
 namespace {
@@ -51,12 +51,27 @@ void *makeContent(EVariableType type, std::uint32_t size) {
 
 /// @return whether the object was freed.
 bool giveUpObject(CStorageObject *object) {
+    if (af::isBeingDestructed(object)) {
+        return false; // it contains itself: who began ends it
+    }
     const bool isOwned = CStorageObject_IsDynamicallyAllocated(object) != 0;
     CStorageObject_Destruct(object);
     if (isOwned) {
         ::operator delete[](object); // also a block of makeContent, in which no object was ever built
     }
     return isOwned;
+}
+
+/// One of the two blocks is the variable's own, the other may be a part of it, or none for an array without elements.
+EAFResult copyContent(CVariable &variable, void *destination, const void *source) {
+    if (variable.content == nullptr) {
+        return eAF_E_NOT_INITIALIZED;
+    }
+    if (destination == nullptr || source == nullptr) {
+        return isCounted(variable.type) && variable.noOfElements == 0 ? eAF_S_OK : eAF_E_INVALID_ARGUMENT;
+    }
+    std::memmove(destination, source, CVariable_GetSizeInBytes(&variable));
+    return eAF_S_OK;
 }
 
 } // namespace
@@ -93,7 +108,7 @@ EAFResult CVariable_Destruct(CVariable *variable) {
     if (variable == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
-    if (variable->type == TYPE_OBJECT && variable->content != nullptr) {
+    if (variable->type == TYPE_OBJECT) {
         if (giveUpObject(static_cast<CStorageObject *>(variable->content))) {
             variable->content = nullptr;
         }
@@ -121,7 +136,7 @@ uint32_t CVariable_GetSizeInBytes(CVariable *variable) {
 }
 
 EAFResult CVariable_SetContent(CVariable *variable, const void *source) {
-    if (variable == nullptr || source == nullptr) {
+    if (variable == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
     if (variable->accessType != ByValue) {
@@ -129,15 +144,11 @@ EAFResult CVariable_SetContent(CVariable *variable, const void *source) {
                  "Wrong access type - attempt to use SetContent for a variable with ByReference access");
         return eAF_E_WRONG_ACCESS;
     }
-    if (variable->content == nullptr) {
-        return eAF_E_NOT_INITIALIZED;
-    }
-    std::memcpy(variable->content, source, CVariable_GetSizeInBytes(variable));
-    return eAF_S_OK;
+    return copyContent(*variable, variable->content, source);
 }
 
 EAFResult CVariable_GetContent(CVariable *variable, void *destination) {
-    if (variable == nullptr || destination == nullptr) {
+    if (variable == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
     if (variable->accessType != ByValue) {
@@ -145,11 +156,7 @@ EAFResult CVariable_GetContent(CVariable *variable, void *destination) {
                  "Wrong access type - attempt to use GetContent for a variable with ByReference access");
         return eAF_E_WRONG_ACCESS;
     }
-    if (variable->content == nullptr) {
-        return eAF_E_NOT_INITIALIZED;
-    }
-    std::memcpy(destination, variable->content, CVariable_GetSizeInBytes(variable));
-    return eAF_S_OK;
+    return copyContent(*variable, destination, variable->content);
 }
 
 EAFResult CVariable_GetContentAddress(CVariable *variable, void **out) {

@@ -10,10 +10,11 @@ namespace af {
 /// @retval eAF_E_OUT_OF_MEMORY  the table of paths holds nothing and takes nothing.
 EAFResult constructDatabase(CDatabase &database, unsigned long hashTableSize);
 
-/// Whether any database ever gave up a region: paths may lead to variables that are no more.
-bool wereRegionsRemoved();
+/// Whether a path of any database may lead to a variable that was freed with its region.
+bool wereVariablesFreed();
 
-/// @return whether the regions lead to the variable. Compares addresses only: it may be freed.
-bool leadsTo(const CDatabase &database, const CVariable *variable);
+/// @param isFreed  receives whether the path leads to such a variable.
+/// @return whether the table knows the path.
+bool find(const CDatabase &database, const char *path, bool &isFreed);
 
 } // namespace af

@@ -1,5 +1,7 @@
 #include "InterfaceBroker.h"
 
+#include <new>
+
 #include "AfTrace.h"
 
 IInterface::IInterface(const std::string &name) : m_name(name) {}
@@ -15,8 +17,13 @@ InterfaceBroker::InterfaceBroker() = default;
 InterfaceBroker::~InterfaceBroker() = default;
 
 InterfaceBroker &InterfaceBroker::getInstance() {
-    static InterfaceBroker broker;
-    return broker;
+    // Emptied at the end of the process, not destroyed: components that end later still take their names back.
+    alignas(InterfaceBroker) static unsigned char memory[sizeof(InterfaceBroker)];
+    static InterfaceBroker *const broker = new (memory) InterfaceBroker;
+    static const struct Emptied {
+        ~Emptied() { broker->clear(); }
+    } emptied;
+    return *broker;
 }
 
 EAFResult InterfaceBroker::registerInterface(const std::string &name, IInterface *pInterface) {

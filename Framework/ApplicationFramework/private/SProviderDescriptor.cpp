@@ -11,7 +11,9 @@ SProviderDescriptor::SProviderDescriptor(std::string const &theName, unsigned lo
 SProviderDescriptor::~SProviderDescriptor() = default;
 
 void SProviderDescriptor::addLocation(SLocationDescriptor *location) {
-    locations.push_back(location);
+    if (location != nullptr) {
+        locations.push_back(location);
+    }
 }
 
 void SProviderDescriptor::deleteLocation(unsigned long locationId) {

@@ -1,48 +1,83 @@
 #include "CFileStorage.h"
 
 #include <memory>
+#include <new>
+#include <string>
+#include <string_view>
 
 #include "FileStore.h"
 #include "StorageProvider.h"
 
 namespace {
 
-VoxTrace fileTrace("ZEL.AF.STOR.FILE", 3, 256);
-
-/// Never destroyed: a host may store from an exit handler.
-storage::StorageProvider &provider() {
-    static auto &provider =
-        *new storage::StorageProvider(fileTrace, [](unsigned long /*locationId*/, const std::string &file) {
-            return std::make_unique<storage::FileStore>(file);
-        });
-    return provider;
-}
+// Made while the library is loaded, so that no call has to do without; never destroyed: a host may store while it
+// exits.
+VoxTrace &fileTrace = *new VoxTrace("ZEL.AF.STOR.FILE", 3, 256);
+storage::StorageProvider &provider =
+    *new storage::StorageProvider(fileTrace, [](unsigned long /*locationId*/, const std::string &file) {
+        return std::make_unique<storage::FileStore>(file);
+    });
 
 EAFResult initialize(unsigned long locationId) {
-    return provider().initialize(locationId);
+    return provider.initialize(locationId);
 }
 
 EAFResult reserveWritableSpace(unsigned long locationId, unsigned long size) {
-    return provider().reserve(locationId, size);
+    return provider.reserve(locationId, size);
 }
 
 EAFResult storeAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider().storeAll(locationId, database);
+    return provider.storeAll(locationId, database);
 }
 
 EAFResult retrieveAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider().retrieveAll(locationId, database);
+    return provider.retrieveAll(locationId, database);
 }
 
 IStorageProvider table{initialize, reserveWritableSpace, storeAll, retrieveAll};
 
+void logRefusal(const char *text) {
+    if (fileTrace.isEnabled(1)) {
+        const VoxTraceHeader header = {__FILE__, __LINE__, "CFileStorage_SetFile"};
+        fileTrace.logMsg(1, header, text);
+    }
+}
+
+/// Whether another location's store, or a file that it keeps beside it, would be the same file as this one's.
+bool isTaken(unsigned long locationId, const std::string &file) {
+    if (provider.isAnothersFile(locationId, file.c_str())) {
+        return true;
+    }
+    for (const std::string_view suffix : {".1", ".new", ".lock"}) {
+        const bool isBeside =
+            file.size() > suffix.size() && file.compare(file.size() - suffix.size(), suffix.size(), suffix) == 0;
+        if (provider.isAnothersFile(locationId, std::string(file).append(suffix).c_str()) ||
+            (isBeside && provider.isAnothersFile(locationId, file.substr(0, file.size() - suffix.size()).c_str()))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 EAFResult CFileStorage_SetFile(unsigned long locationId, const char *fileName) {
-    if (provider().isAnothersFile(locationId, fileName)) {
-        return eAF_E_INVALID_ARGUMENT;
+    if (fileName == nullptr || fileName[0] == '\0') {
+        return provider.setFile(locationId, fileName);
     }
-    return provider().setFile(locationId, fileName);
+    try {
+        const std::string file = storage::resolvedName(fileName);
+        if (isTaken(locationId, file)) {
+            logRefusal(("the file " + file + " of the storage location " + std::to_string(locationId) +
+                        " is another location's, or one that it keeps beside its own: name another file")
+                           .c_str());
+            return eAF_E_INVALID_ARGUMENT;
+        }
+        return provider.setFile(locationId, file.c_str());
+    } catch (const std::bad_alloc &) {
+        logRefusal("memory ran out for a file's name: free some and try again");
+        return eAF_E_OUT_OF_MEMORY;
+    }
 }
 
 IStorageProvider *CFileStorage_GetProvider(void) {
@@ -50,10 +85,10 @@ IStorageProvider *CFileStorage_GetProvider(void) {
 }
 
 EAFResult CFileStorage_GetStatistics(unsigned long locationId, SStorageStatistics *statistics) {
-    return provider().statistics(locationId, statistics);
+    return provider.statistics(locationId, statistics);
 }
 
 EAFResult CFileStorage_UnInitialize(void) {
-    provider().clear();
+    provider.clear();
     return eAF_S_OK;
 }

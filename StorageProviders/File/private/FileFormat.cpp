@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
 
 #include "VariableType.h"
 
@@ -47,7 +50,8 @@ private:
 /// Reads within bounds: what is asked for beyond them is refused.
 class Reader {
 public:
-    Reader(const unsigned char *begin, std::size_t size) : m_at(begin), m_left(size) {}
+    Reader(const unsigned char *begin, std::size_t size, bool isSwapped = false)
+        : m_at(begin), m_left(size), m_isSwapped(isSwapped) {}
 
     template <class Number>
     bool read(Number &number) {
@@ -73,7 +77,6 @@ public:
     void swapFromHere() { m_isSwapped = true; }
     bool isSwapped() const { return m_isSwapped; }
     std::size_t left() const { return m_left; }
-    const unsigned char *at() const { return m_at; }
 
 private:
     void skip(std::size_t length) {
@@ -83,7 +86,7 @@ private:
 
     const unsigned char *m_at;
     std::size_t m_left;
-    bool m_isSwapped = false;
+    bool m_isSwapped;
 };
 
 void swapElements(Bytes &content, std::size_t size) {
@@ -99,10 +102,7 @@ std::string readRecord(Reader &reader, StoredValue &value) {
     if (!reader.read(length) || !reader.take(length, begin) || length < recordOverhead - sizeof length) {
         return "it ends too early or its length is wrong";
     }
-    Reader record(begin, length);
-    if (reader.isSwapped()) {
-        record.swapFromHere();
-    }
+    Reader record(begin, length, reader.isSwapped());
     std::uint32_t type = 0;
     std::uint32_t pathLength = 0;
     const unsigned char *path = nullptr;
@@ -143,22 +143,70 @@ struct Header {
     std::uint32_t sum = 0;
 };
 
+bool isMark(std::uint32_t order) {
+    return order == byteOrderMark || order == swappedMark;
+}
+
+/// The reader stands behind it then, and knows the byte order.
+void readHeader(Reader &reader, Header &header) {
+    const unsigned char *magicBytes = nullptr;
+    reader.take(sizeof magic, magicBytes);
+    reader.read(header.order);
+    if (header.order == swappedMark) {
+        reader.swapFromHere();
+    }
+    reader.read(header.version);
+    reader.read(header.width);
+    reader.read(header.noOfRecords);
+    reader.read(header.generation);
+    reader.read(header.size);
+    reader.read(header.sum);
+}
+
+bool isZero(const Bytes &bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](unsigned char byte) { return byte == 0; });
+}
+
+/// @return why they are not; empty when they are.
+std::string readRecords(Reader &reader, std::uint32_t noOfRecords, StoredValues &values) {
+    for (std::uint32_t i = 0; i < noOfRecords; ++i) {
+        StoredValue value;
+        const std::string why = readRecord(reader, value);
+        if (!why.empty()) {
+            return "record " + std::to_string(i) + " is damaged: " + why;
+        }
+        values.push_back(std::move(value));
+    }
+    std::unordered_set<std::string_view> paths;
+    for (const StoredValue &value : values) {
+        if (!paths.insert(value.path).second) {
+            return "it has two records of the path " + value.path;
+        }
+    }
+    return {};
+}
+
 } // namespace
 
-Bytes packStore(const StoredValues &values, std::uint64_t generation) {
-    std::size_t size = headerSize + trailerSize;
+std::uint64_t packedSize(const StoredValues &values) {
+    std::uint64_t size = headerSize + trailerSize;
     for (const StoredValue &value : values) {
-        size += recordOverhead + value.path.size() + value.content.size();
+        size += recordOverhead + value.path.size() + std::uint64_t{value.content.size()};
     }
+    return size;
+}
+
+Bytes packStore(const StoredValues &values, std::uint64_t generation) {
+    const std::uint64_t size = packedSize(values);
     Writer writer;
-    writer.reserve(size);
+    writer.reserve(static_cast<std::size_t>(size));
     writer.add(magic, sizeof magic);
     writer.add(byteOrderMark);
     writer.add(formatVersion);
     writer.add(static_cast<std::uint32_t>(sizeof(void *) * 8));
     writer.add(static_cast<std::uint32_t>(values.size()));
     writer.add(generation);
-    writer.add(static_cast<std::uint64_t>(size));
+    writer.add(size);
     writer.addChecksum(0);
     for (const StoredValue &value : values) {
         const std::size_t length = recordOverhead - sizeof(std::uint32_t) + value.path.size() + value.content.size();
@@ -177,20 +225,26 @@ Bytes packStore(const StoredValues &values, std::uint64_t generation) {
 
 UnpackedStore unpackStore(const Bytes &bytes) {
     UnpackedStore store;
-    if (bytes.size() < sizeof magic || std::memcmp(bytes.data(), magic, sizeof magic) != 0) {
-        store.state = StoreState::notAStore;
-        store.why = "it does not begin as a store does";
+    const bool hasMagic = std::equal(
+        bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), sizeof magic)), magic);
+    if (!hasMagic && isZero(bytes)) {
+        store.why = "it holds nothing but zeros"; // as a file system leaves what it had no time to write
         return store;
     }
-    Reader reader(bytes.data() + sizeof magic, bytes.size() - sizeof magic);
-    Header header;
-    if (reader.read(header.order) && header.order == swappedMark) {
-        reader.swapFromHere();
+    if (hasMagic && bytes.size() < headerSize) {
+        store.why = "it ends after " + std::to_string(bytes.size()) + " bytes, within its header";
+        return store;
     }
-    if (!reader.read(header.version) || !reader.read(header.width) || !reader.read(header.noOfRecords) ||
-        !reader.read(header.generation) || !reader.read(header.size) || !reader.read(header.sum) ||
-        header.sum != checksum(bytes.data(), headerSize - sizeof header.sum) ||
-        (header.order != byteOrderMark && header.order != swappedMark)) {
+    Reader reader(bytes.data(), bytes.size());
+    Header header;
+    readHeader(reader, header);
+    if (!hasMagic) {
+        const bool wasAStore = isMark(header.order) && header.version == formatVersion && header.size == bytes.size();
+        store.state = wasAStore ? StoreState::damaged : StoreState::notAStore;
+        store.why = wasAStore ? "its first bytes are damaged" : "it does not begin as a store does";
+        return store;
+    }
+    if (!isMark(header.order) || header.sum != checksum(bytes.data(), headerSize - sizeof header.sum)) {
         store.why = "its header is damaged";
         return store;
     }
@@ -205,15 +259,10 @@ UnpackedStore unpackStore(const Bytes &bytes) {
             "it is " + std::to_string(bytes.size()) + " bytes long, its header says " + std::to_string(header.size);
         return store;
     }
-    for (std::uint32_t i = 0; i < header.noOfRecords; ++i) {
-        StoredValue value;
-        const std::string why = readRecord(reader, value);
-        if (!why.empty()) {
-            store.why = "record " + std::to_string(i) + " is damaged: " + why;
-            store.values.clear();
-            return store;
-        }
-        store.values.push_back(std::move(value));
+    store.why = readRecords(reader, header.noOfRecords, store.values);
+    if (!store.why.empty()) {
+        store.values.clear();
+        return store;
     }
     std::uint32_t sum = 0;
     if (reader.left() != trailerSize || !reader.read(sum) ||
@@ -223,6 +272,7 @@ UnpackedStore unpackStore(const Bytes &bytes) {
         return store;
     }
     store.generation = header.generation;
+    store.sum = sum;
     store.state = StoreState::whole;
     return store;
 }

@@ -1,147 +1,56 @@
 #include "FileStore.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <new>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 
+#include "PlainFile.h"
+#include "VariableType.h"
 
 namespace storage {
 
+std::string resolvedName(const std::string &file) {
+    std::error_code error;
+    std::filesystem::path whole = std::filesystem::absolute(file, error);
+    constexpr int mostLinks = 40;
+    // Also links to what is not there yet, which canonical names leave as they are.
+    for (int i = 0; i < mostLinks && !error && std::filesystem::is_symlink(symlink_status(whole, error)); ++i) {
+        whole = whole.parent_path() / std::filesystem::read_symlink(whole, error);
+    }
+    const std::filesystem::path resolved = std::filesystem::weakly_canonical(whole, error);
+    if (error == std::errc::not_enough_memory) {
+        throw std::bad_alloc(); // a link that was not followed would be replaced
+    }
+    return error ? file : resolved.string();
+}
+
 namespace {
 
-constexpr mode_t storeMode = 0644;
-constexpr off_t largestStore = 1024L * 1024 * 1024; ///< A size beyond it is a damaged one.
-
-/// A descriptor, closed with its scope.
-class Descriptor {
-public:
-    Descriptor(const std::string &file, int flags) : m_descriptor(::open(file.c_str(), flags | O_CLOEXEC, storeMode)) {}
-    ~Descriptor() { close(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return m_descriptor; }
-    bool isOpen() const { return m_descriptor != -1; }
-    /// @return 0, or -1 with errno: what was written may not be there.
-    int close() {
-        const int descriptor = std::exchange(m_descriptor, -1);
-        return descriptor != -1 ? ::close(descriptor) : 0;
+/// @return whether anything differs.
+bool merge(const StoredValues &values, StoredValues &stored) {
+    std::unordered_map<std::string, std::size_t> places;
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        places.emplace(stored[i].path, i);
     }
-
-private:
-    int m_descriptor;
-};
-
-/// @return 0, or the error.
-int readAll(const std::string &file, Bytes &bytes) {
-    const Descriptor descriptor(file, O_RDONLY);
-    struct stat status {};
-    if (!descriptor.isOpen() || fstat(descriptor.get(), &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return EINVAL;
-    }
-    if (status.st_size > largestStore) {
-        return EFBIG;
-    }
-    bytes.resize(static_cast<std::size_t>(status.st_size));
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t length = ::read(descriptor.get(), bytes.data() + done, bytes.size() - done);
-        if (length == -1 && errno == EINTR) {
-            continue;
+    bool isChanged = false;
+    for (const StoredValue &value : values) {
+        const auto [place, isNew] = places.emplace(value.path, stored.size());
+        if (isNew) {
+            stored.push_back(value);
+            isChanged = true;
+        } else if (!(stored[place->second] == value)) {
+            stored[place->second] = value;
+            isChanged = true;
         }
-        if (length == -1) {
-            return errno;
-        }
-        if (length == 0) {
-            break; // it became shorter: its checks will tell
-        }
-        done += static_cast<std::size_t>(length);
     }
-    bytes.resize(done);
-    return 0;
-}
-
-/// @return 0, or the error.
-int writeAll(int descriptor, const Bytes &bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t length = ::write(descriptor, bytes.data() + done, bytes.size() - done);
-        if (length == -1 && errno == EINTR) {
-            continue;
-        }
-        if (length == -1) {
-            return errno;
-        }
-        done += static_cast<std::size_t>(length);
-    }
-    return 0;
-}
-
-/// A signal cuts a sync short without harm. @return 0, or the error.
-int retried(int (*sync)(int), int descriptor) {
-    int result = sync(descriptor);
-    while (result != 0 && errno == EINTR) {
-        result = sync(descriptor);
-    }
-    return result == 0 ? 0 : errno;
-}
-
-std::string folderOf(const std::string &file) {
-    const std::size_t slash = file.rfind('/');
-    return slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
-}
-
-bool exists(const std::string &file) {
-    struct stat status {};
-    return stat(file.c_str(), &status) == 0;
-}
-
-std::string adviceFor(int error) {
-    switch (error) {
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-        return "free some space on its disk";
-    case EROFS:
-    case EACCES:
-    case EPERM:
-        return "make the file, its folder and its disk writable";
-    case ENOENT:
-    case ENOTDIR:
-        return "make its folder, or name another file";
-    case EMFILE:
-    case ENFILE:
-        return "let the process, or the system, open more files";
-    case EIO:
-        return "its disk failed: see the kernel's log";
-    default:
-        return "see that it is a plain file of this process's user";
-    }
-}
-
-EAFResult codeOf(int error) {
-    switch (error) {
-    case EROFS:
-    case EACCES:
-    case EPERM:
-        return eAF_E_WRONG_ACCESS;
-    case ENOENT:
-    case ENOTDIR:
-        return eAF_E_INITIALIZATION_ERROR;
-    case ENOMEM:
-        return eAF_E_OUT_OF_MEMORY;
-    default:
-        return eAF_E_FAILED;
-    }
+    return isChanged;
 }
 
 } // namespace
@@ -150,10 +59,20 @@ EAFResult codeOf(int error) {
 struct FileStore::Generation {
     std::string file;
     bool isThere = false;
-    UnpackedStore store;
+    bool isUnreadable = false; ///< The disk does not give it back; its state is damaged then.
+    UnpackedStore store{};
+
+    bool is(StoreState state) const { return isThere && store.state == state; }
 };
 
-FileStore::FileStore(std::string file) : m_name(std::move(file)), m_before(m_name + ".1"), m_new(m_name + ".new") {}
+struct FileStore::Choice {
+    UnpackedStore newest{};
+    bool isLast = false;       ///< It is the newest file's, not the one's before it.
+    bool isObstructed = false; ///< What does not hold could not be set aside.
+};
+
+FileStore::FileStore(const std::string &file)
+    : m_name(resolvedName(file)), m_before(m_name + ".1"), m_new(m_name + ".new"), m_folder(folderOf(m_name)) {}
 
 EAFResult FileStore::failed(const std::string &doing, int error, Report &report) const {
     report.add(Severity::error, doing + " failed (" + std::strerror(error) + "): " + adviceFor(error));
@@ -164,117 +83,180 @@ EAFResult FileStore::open(Access access, Report &report) {
     if (m_isOpen) {
         return eAF_S_OK;
     }
-    m_isReadOnly = access == Access::readOnly;
+    struct UnlockUnlessOpen {
+        FileStore &store;
+        ~UnlockUnlessOpen() {
+            if (!store.m_isOpen) {
+                store.m_lock.release();
+            }
+        }
+    } const unlockUnlessOpen{*this};
+    m_access = access;
+    m_isReadOnly = true;
     if (access == Access::readWrite) {
-        const EAFResult locked = m_lock.acquire(m_name, report);
-        if (locked >= eAF_E_FAILED) {
-            return locked;
+        const EAFResult prepared = prepareWriting(report);
+        if (prepared != eAF_S_OK) {
+            return prepared;
         }
-        m_isReadOnly = !m_lock.isHeld();
-        if (m_isReadOnly) {
-            report.add(Severity::warning,
-                       "the store " + m_name +
-                           " can only be read: make its folder and its disk writable to store values");
-        } else {
-            ::unlink(m_new.c_str()); // of a host that was killed
-        }
+    } else if (!isThere(m_folder + "/.")) {
+        report.add(Severity::error,
+                   "the folder of the store " + m_name + " can not be entered: make it, or name another file");
+        return eAF_E_INITIALIZATION_ERROR;
     }
-    UnpackedStore newest;
-    const EAFResult chosen = choose(newest, report);
-    if (chosen != eAF_S_OK) {
-        m_lock.release();
-        return chosen;
+    Choice choice;
+    const EAFResult chosen = choose(choice, Care::both, report);
+    m_isOpen = chosen == eAF_S_OK;
+    m_known = {choice.newest.generation, choice.newest.sum};
+    return chosen;
+}
+
+/// Takes the lock and clears away what a killed host left. The store stays a read-only one where that is all there is.
+EAFResult FileStore::prepareWriting(Report &report) {
+    const EAFResult locked = m_lock.acquire(m_name, report);
+    if (locked >= eAF_E_FAILED) {
+        return locked;
     }
-    m_isOpen = true;
+    if (!m_lock.isHeld()) {
+        report.add(Severity::warning, "the store " + m_name +
+                                          " can only be read: make its folder and its disk writable, or free some "
+                                          "space there, to store values");
+        return eAF_S_OK;
+    }
+    if (faccessat(AT_FDCWD, m_name.c_str(), W_OK, AT_EACCESS) != 0 && codeOf(errno) == eAF_E_WRONG_ACCESS) {
+        report.add(Severity::warning,
+                   "the store " + m_name + " can only be read: make the file writable to store values");
+        return eAF_S_OK;
+    }
+    m_isReadOnly = false;
+    ::unlink(m_new.c_str());
+    // A host that was killed between its last rename and the sync leaves names that the next power cut may take back,
+    // and a store that finds its values there already would not write them again.
+    const Descriptor folder(m_folder, O_RDONLY | O_DIRECTORY);
+    const int error = folder.isOpen() ? syncFolder(folder.get()) : errno;
+    if (error != 0) {
+        report.add(Severity::warning,
+                   "the folder of the store " + m_name + " could not be synced (" + std::strerror(error) +
+                       "): what a killed host stored last may not outlive a power cut; " + adviceFor(error));
+    }
     return eAF_S_OK;
 }
 
 EAFResult FileStore::load(Generation &generation, Report &report) const {
     Bytes bytes;
-    const int error = readAll(generation.file, bytes);
+    int error = readFile(generation.file, bytes);
+    if (isLostOnDisk(error)) {
+        error = readFile(generation.file, bytes); // it may be a passing trouble
+    }
     if (error == ENOENT) {
         return eAF_S_OK;
     }
-    if (error != 0) {
-        return failed("reading the store " + generation.file, error, report);
-    }
     generation.isThere = true;
+    if (isLostOnDisk(error)) {
+        generation.isUnreadable = true;
+        generation.store.why = std::string("reading it fails: ") + std::strerror(error);
+        return eAF_S_OK;
+    }
+    if (error == notAFile) {
+        generation.store.state = StoreState::notAStore;
+        generation.store.why = "it is no plain file";
+        return eAF_S_OK;
+    }
+    if (error != 0 && error != tooLarge) {
+        const EAFResult code = failed("reading the store " + generation.file, error, report);
+        return code == eAF_E_WRONG_ACCESS ? eAF_E_INITIALIZATION_ERROR : code;
+    }
     generation.store = unpackStore(bytes);
+    if (error == tooLarge && generation.store.state == StoreState::damaged) {
+        generation.store.why = "it is larger than any store";
+    }
     return eAF_S_OK;
 }
 
-/// The newest generation whose checks hold; without any file an empty one.
-EAFResult FileStore::choose(UnpackedStore &newest, Report &report) {
-    Generation last{m_name, false, {}};
-    Generation before{m_before, false, {}};
-    EAFResult loaded = load(last, report);
-    if (loaded == eAF_S_OK) {
-        loaded = load(before, report);
-    }
-    if (loaded != eAF_S_OK) {
-        return loaded;
-    }
-    for (const Generation &generation : {last, before}) {
-        if (generation.isThere && generation.store.state == StoreState::newer) {
+/// Refuses what is somebody else's, and what must not be taken for empty.
+EAFResult FileStore::refuse(const Generation &last, const Generation &before, Report &report) const {
+    for (const Generation *generation : {&last, &before}) {
+        if (generation->is(StoreState::newer)) {
             report.add(Severity::error,
-                       generation.file + " is left alone: " + generation.store.why + "; use a library that knows it");
+                       generation->file + " is left alone: " + generation->store.why + "; use a library that knows it");
             return eAF_E_INVALID_ARGUMENT;
         }
     }
-    if (last.isThere && last.store.state == StoreState::notAStore && !before.isThere) {
+    const bool isLastForeign = !last.isThere || last.is(StoreState::notAStore);
+    const bool isBeforeForeign = !before.isThere || before.is(StoreState::notAStore);
+    if (isLastForeign && isBeforeForeign && (last.isThere || before.isThere)) {
+        const Generation &foreign = last.isThere ? last : before;
         report.add(Severity::error,
-                   m_name + " is no store (" + last.store.why + "): it is left alone, name another file");
+                   foreign.file + " is no store (" + foreign.store.why + "): it is left alone, name another file");
         return eAF_E_INVALID_ARGUMENT;
     }
-    const bool isBeforeWhole = before.isThere && before.store.state == StoreState::whole;
-    if (last.isThere && last.store.state == StoreState::whole) {
-        newest = std::move(last.store);
-        return eAF_S_OK;
+    const bool isAnyWhole = last.is(StoreState::whole) || before.is(StoreState::whole);
+    if ((last.isUnreadable || before.isUnreadable) && !isAnyWhole) {
+        const Generation &unreadable = last.isUnreadable ? last : before;
+        report.add(Severity::error, "the store " + unreadable.file + " can not be read (" + unreadable.store.why +
+                                        ") and there is no whole one beside it: " + adviceFor(EIO));
+        return eAF_E_FAILED;
     }
-    if (!last.isThere && !before.isThere) {
-        newest.state = StoreState::whole;
-        return eAF_S_OK;
-    }
-    if (isBeforeWhole) {
-        report.add(Severity::warning,
-                   "the generation before, " + m_before + ", is taken, because " + m_name +
-                       (last.isThere ? " is damaged: " + last.store.why : std::string(" is missing")));
-    }
-    m_isInTheWay = false;
-    // A damaged newest one must not take the place of the whole one before it at the next store.
-    for (const Generation &generation : {last, before}) {
-        if (generation.isThere && generation.store.state != StoreState::whole) {
-            const EAFResult aside = setAside(generation.file, generation.store.why, report);
-            if (aside != eAF_S_OK && !isBeforeWhole) {
-                return aside;
-            }
-            m_isInTheWay = m_isInTheWay || aside != eAF_S_OK;
-        }
-    }
-    if (isBeforeWhole) {
-        newest = std::move(before.store);
-        return eAF_S_OK;
-    }
-    report.add(Severity::warning,
-               "no generation of the store " + m_name + " is whole: the start goes on with defaults");
-    newest.state = StoreState::whole;
     return eAF_S_OK;
 }
 
-EAFResult FileStore::setAside(const std::string &file, const std::string &why, Report &report) const {
+/// The newest generation that is whole; an empty one when there is none. @return a failure when it can not be told.
+EAFResult FileStore::choose(Choice &choice, Care care, Report &report) {
+    Generation last{m_name};
+    Generation before{m_before};
+    EAFResult result = load(last, report);
+    if (result == eAF_S_OK && (care == Care::both || !last.is(StoreState::whole))) {
+        result = load(before, report);
+    }
+    if (result == eAF_S_OK) {
+        result = refuse(last, before, report);
+    }
+    if (result != eAF_S_OK) {
+        return result;
+    }
+    const bool isAnyWhole = last.is(StoreState::whole) || before.is(StoreState::whole);
+    for (const Generation *generation : {&last, &before}) {
+        if (generation->isThere && generation->store.state != StoreState::whole) {
+            const EAFResult aside = setAside(*generation, isAnyWhole ? Severity::warning : Severity::error, report);
+            if (aside != eAF_S_OK && !isAnyWhole) {
+                return aside;
+            }
+            choice.isObstructed = choice.isObstructed || aside != eAF_S_OK;
+        }
+    }
+    choice.isLast = last.is(StoreState::whole);
+    const bool wasOnBefore = std::exchange(m_isOnBefore, isAnyWhole && !choice.isLast);
+    if (isAnyWhole) {
+        choice.newest = std::move(choice.isLast ? last.store : before.store);
+        if (m_isOnBefore && !wasOnBefore) {
+            report.add(Severity::warning, "the generation before, " + m_before + ", is taken, because " + m_name +
+                                              (last.isThere ? " is damaged: " + last.store.why : " is missing"));
+        }
+    } else {
+        choice.newest.state = StoreState::whole;
+        if (last.isThere || before.isThere) {
+            report.add(Severity::warning,
+                       "no generation of the store " + m_name + " is whole: the start goes on with defaults");
+        }
+    }
+    return eAF_S_OK;
+}
+
+/// @param severity  of leaving it where it is, when nothing may be written.
+EAFResult FileStore::setAside(const Generation &generation, Severity severity, Report &report) const {
+    const std::string damaged = "the store " + generation.file + " is damaged (" + generation.store.why + "): ";
     if (m_isReadOnly) {
-        report.add(Severity::error, "the store " + file + " is damaged (" + why +
-                                        "): its host sets it aside when it starts and can write it");
+        report.add(severity, damaged + "its host sets it aside when it starts and can write it");
         return eAF_E_FAILED;
     }
     std::string aside;
-    for (int i = 1; aside.empty() || exists(aside); ++i) {
-        aside = m_name + ".damaged-" + std::to_string(i);
+    int error = firstFree(m_name + ".damaged-", aside);
+    if (error == 0 && std::rename(generation.file.c_str(), aside.c_str()) != 0) {
+        error = errno;
     }
-    if (std::rename(file.c_str(), aside.c_str()) != 0) {
-        return failed("setting the damaged store " + file + " aside as " + aside, errno, report);
+    if (error != 0) {
+        return failed(damaged + "setting it aside as " + aside, error, report);
     }
-    report.add(Severity::warning, "the store " + file + " is damaged (" + why + "): it was set aside as " + aside);
+    report.add(Severity::warning, damaged + "it was set aside as " + aside);
     return eAF_S_OK;
 }
 
@@ -283,46 +265,26 @@ EAFResult FileStore::read(StoredValues &values, Report &report) {
     if (!m_isOpen) {
         return eAF_E_NOT_INITIALIZED;
     }
-    UnpackedStore newest;
-    const EAFResult chosen = choose(newest, report);
-    values = std::move(newest.values);
+    Choice choice;
+    const EAFResult chosen = choose(choice, Care::asNeeded, report);
+    values = std::move(choice.newest.values);
+    m_known = {choice.newest.generation, choice.newest.sum};
+    m_isStale = false;
     return chosen;
 }
 
-EAFResult FileStore::writeNew(const Bytes &bytes, Report &report) const {
-    Descriptor descriptor(m_new, O_WRONLY | O_CREAT | O_TRUNC);
-    int error = descriptor.isOpen() ? writeAll(descriptor.get(), bytes) : errno;
-    if (error == 0) {
-        error = retried(fdatasync, descriptor.get());
+/// What is written must be whole to the next reader.
+EAFResult FileStore::checkValues(const StoredValues &values, Report &report) const {
+    for (const StoredValue &value : values) {
+        if (!isPlain(value.type) || value.content.size() != contentSize(value.type, value.noOfElements)) {
+            report.add(Severity::error, "the value " + value.path + " is not stored in " + m_name + ": " +
+                                            std::to_string(value.content.size()) + " bytes are no content of type " +
+                                            std::to_string(value.type) + " with " + std::to_string(value.noOfElements) +
+                                            " elements");
+            return eAF_E_INVALID_ARGUMENT;
+        }
     }
-    if (error == 0 && descriptor.close() != 0 && errno != EINTR) {
-        error = errno;
-    }
-    if (error == 0) {
-        return eAF_S_OK;
-    }
-    const EAFResult code = failed("writing the store " + m_new, error, report);
-    ::unlink(m_new.c_str());
-    return code;
-}
-
-/// Both renames are of whole, synced files: whichever of them a power cut leaves done, a whole generation is found.
-EAFResult FileStore::putInPlace(Report &report) const {
-    const Descriptor folder(folderOf(m_name), O_RDONLY | O_DIRECTORY);
-    int error = folder.isOpen() ? 0 : errno;
-    if (error == 0 && std::rename(m_name.c_str(), m_before.c_str()) != 0 && errno != ENOENT) {
-        error = errno;
-    }
-    if (error == 0 && std::rename(m_new.c_str(), m_name.c_str()) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        const EAFResult code = failed("putting the store " + m_name + " in place", error, report);
-        ::unlink(m_new.c_str());
-        return code;
-    }
-    error = retried(fsync, folder.get());
-    return error == 0 ? eAF_S_OK : failed("syncing the folder of the store " + m_name, error, report);
+    return eAF_S_OK;
 }
 
 EAFResult FileStore::write(const StoredValues &values, Report &report) {
@@ -332,30 +294,110 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
     if (values.empty()) {
         return eAF_S_OK;
     }
-    if (m_isReadOnly) {
-        report.add(Severity::error,
-                   "nothing can be stored in " + m_name + ": make its folder and its disk writable, and start again");
-        return eAF_E_WRONG_ACCESS;
-    }
-    UnpackedStore newest;
-    const EAFResult chosen = choose(newest, report);
-    if (chosen != eAF_S_OK || m_isInTheWay) {
-        return chosen != eAF_S_OK ? chosen : eAF_E_FAILED;
-    }
-    std::unordered_map<std::string, std::size_t> places;
-    for (std::size_t i = 0; i < newest.values.size(); ++i) {
-        places.emplace(newest.values[i].path, i);
-    }
-    for (const StoredValue &value : values) {
-        const auto [place, isNew] = places.emplace(value.path, newest.values.size());
-        if (isNew) {
-            newest.values.push_back(value);
-        } else {
-            newest.values[place->second] = value;
+    if (m_isReadOnly && m_access == Access::readWrite) {
+        const EAFResult prepared = prepareWriting(report); // the disk may have become writable
+        if (prepared != eAF_S_OK) {
+            return prepared;
         }
     }
-    const EAFResult written = writeNew(packStore(newest.values, newest.generation + 1), report);
-    return written == eAF_S_OK ? putInPlace(report) : written;
+    if (m_isReadOnly) {
+        report.add(Severity::error,
+                   "nothing can be stored in " + m_name + ": make the file, its folder and its disk writable");
+        return eAF_E_WRONG_ACCESS;
+    }
+    const EAFResult checked = checkValues(values, report);
+    if (checked != eAF_S_OK) {
+        return checked;
+    }
+    Choice choice;
+    const EAFResult chosen = choose(choice, Care::both, report);
+    if (chosen != eAF_S_OK || choice.isObstructed) {
+        return chosen != eAF_S_OK ? chosen : eAF_E_FAILED; // which setting aside has said
+    }
+    if (choice.newest.generation != m_known.number || choice.newest.sum != m_known.sum) {
+        if (!isThere(m_folder + "/.")) {
+            return failed("storing in " + m_name, ENOENT, report);
+        }
+        m_isStale = true;
+        report.add(Severity::warning, "the store " + m_name +
+                                          " is not what this process read or stored last: it is read again, so that "
+                                          "all values are stored and not the changed ones alone");
+        return eAF_E_FAILED;
+    }
+    StoredValues &stored = choice.newest.values;
+    if (!merge(values, stored)) {
+        return eAF_S_OK;
+    }
+    if (packedSize(stored) > largestStore) {
+        report.add(Severity::error, "the values of " + m_name + " would take " + std::to_string(packedSize(stored)) +
+                                        " bytes, at most " + std::to_string(largestStore) +
+                                        " can be kept: store less in this location");
+        return eAF_E_FAILED;
+    }
+    const std::string &predecessor = choice.isLast ? m_name : m_before;
+    const Bytes bytes = packStore(stored, choice.newest.generation + 1);
+    EAFResult written = writeNew(bytes, predecessor, report);
+    if (written == eAF_S_OK) {
+        written = putInPlace(choice.isLast, report);
+    }
+    if (written == eAF_S_OK) {
+        m_known.number = choice.newest.generation + 1;
+        std::memcpy(&m_known.sum, bytes.data() + bytes.size() - sizeof m_known.sum, sizeof m_known.sum);
+    }
+    return written;
+}
+
+EAFResult FileStore::writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const {
+    const int error = writeFile(m_new, bytes, predecessor);
+    if (error == 0) {
+        return eAF_S_OK;
+    }
+    ::unlink(m_new.c_str());
+    return failed("writing the store " + m_new, error, report);
+}
+
+/// Tidies up before it reports, and takes no memory before that: a report may find none.
+/// @param isReplacing  whether a whole newest generation is there, to be kept.
+EAFResult FileStore::putInPlace(bool isReplacing, Report &report) const {
+    const Descriptor folder(m_folder, O_RDONLY | O_DIRECTORY);
+    int error = folder.isOpen() ? 0 : errno;
+    bool isKept = false;
+    if (error == 0 && isReplacing) {
+        error = keepLast(folder.get(), isKept);
+    }
+    bool isNew = false;
+    if (error == 0) {
+        isNew = std::rename(m_new.c_str(), m_name.c_str()) == 0;
+        error = isNew ? syncFolder(folder.get()) : errno;
+    }
+    if (error == 0) {
+        return eAF_S_OK;
+    }
+    // What may not be durable must not stay: the next store would find it there and write nothing.
+    if (isKept) {
+        static_cast<void>(std::rename(m_before.c_str(), m_name.c_str()));
+    } else if (isNew) {
+        ::unlink(m_name.c_str());
+    }
+    ::unlink(m_new.c_str());
+    return failed("putting the store " + m_name + " in place", error, report);
+}
+
+/// Gives the newest generation the name of the one before as well. Its own name is there until the new one takes it,
+/// in one rename: there is no moment, and no order in which a power cut may leave the names, without it.
+/// @param isKept  receives whether the generation before is the newest one now.
+/// @return 0, or the error.
+int FileStore::keepLast(int folder, bool &isKept) const {
+    if (::unlink(m_before.c_str()) != 0 && errno != ENOENT) {
+        return errno;
+    }
+    isKept = ::link(m_name.c_str(), m_before.c_str()) == 0;
+    if (isKept) {
+        return 0;
+    }
+    // Some file systems give a file one name only: it moves, and is found there until the new one is in place.
+    isKept = std::rename(m_name.c_str(), m_before.c_str()) == 0;
+    return isKept ? syncFolder(folder) : errno;
 }
 
 } // namespace storage

@@ -2,6 +2,7 @@
 /// The values of one location in a plain file with the generation before it beside it; README.md tells the format.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "FileFormat.h"
@@ -10,31 +11,57 @@
 
 namespace storage {
 
+/// @return the name without symbolic links and dots, from the root on, as far as its folders are there. A store
+/// replaces its file by renaming: a link is followed once, here, or it would be what is replaced.
+std::string resolvedName(const std::string &file);
+
 class FileStore : public VariableStore {
 public:
-    explicit FileStore(std::string file);
+    explicit FileStore(const std::string &file);
 
     EAFResult open(Access access, Report &report) override;
     EAFResult read(StoredValues &values, Report &report) override;
+    /// @retval eAF_E_FAILED  also: the newest generation is not the one that was read or written last. A part of the
+    ///                       values makes no store: read again, and write what is missing too.
     EAFResult write(const StoredValues &values, Report &report) override;
+    bool isStale() const override { return m_isStale; }
     const std::string &name() const override { return m_name; }
 
 private:
     struct Generation;
+    struct Choice;
+    /// None has the number 0.
+    struct GenerationId {
+        std::uint64_t number = 0;
+        std::uint32_t sum = 0;
+    };
+    enum class Care {
+        asNeeded, ///< The generation before is looked at when the newest does not serve.
+        both      ///< Both are looked at, and what does not hold is set aside, so that no store writes over it.
+    };
+
+    EAFResult prepareWriting(Report &report);
     EAFResult load(Generation &generation, Report &report) const;
-    EAFResult choose(UnpackedStore &newest, Report &report);
-    EAFResult setAside(const std::string &file, const std::string &why, Report &report) const;
-    EAFResult writeNew(const Bytes &bytes, Report &report) const;
-    EAFResult putInPlace(Report &report) const;
+    EAFResult choose(Choice &choice, Care care, Report &report);
+    EAFResult refuse(const Generation &last, const Generation &before, Report &report) const;
+    EAFResult setAside(const Generation &generation, Severity severity, Report &report) const;
+    EAFResult checkValues(const StoredValues &values, Report &report) const;
+    EAFResult writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const;
+    EAFResult putInPlace(bool isReplacing, Report &report) const;
+    int keepLast(int folder, bool &isKept) const;
     EAFResult failed(const std::string &doing, int error, Report &report) const;
 
     std::string m_name;
     std::string m_before; ///< The generation before.
     std::string m_new;    ///< The one in the making; no reader looks at it.
+    std::string m_folder;
     StoreLock m_lock;
+    Access m_access = Access::readOnly;
     bool m_isOpen = false;
-    bool m_isReadOnly = false;
-    bool m_isInTheWay = false; ///< A damaged file that could not be set aside.
+    bool m_isReadOnly = true;
+    bool m_isStale = false;
+    GenerationId m_known;      ///< That was read or written last.
+    bool m_isOnBefore = false; ///< It has been said that the generation before serves.
 };
 
 } // namespace storage

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
@@ -173,6 +174,53 @@ TEST_F(InterfaceBrokerTest, Clear_ForgetsEveryNameWithoutATraceAndDestroysNothin
     EXPECT_EQ(0, Published::destroyed);
     EXPECT_EQ(eAF_E_FAILED, broker.unregisterInterface("Radio", nullptr));
     EXPECT_EQ(eAF_S_OK, broker.registerInterface("Radio", &b));
+}
+
+TEST_F(InterfaceBrokerTest, GetInterface_LeavesTheEntryAndTracesNothing) {
+    broker.registerInterface("Radio", &a);
+    TraceRecorder::reset();
+    for (int times = 0; times < 2; ++times) {
+        IInterface *found = nullptr;
+        EXPECT_EQ(eAF_S_OK, broker.getInterface("Radio", &found));
+        EXPECT_EQ(&a, found);
+    }
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, broker.getInterface("Radio", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, broker.getInterface("Unknown", nullptr));
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+    EXPECT_EQ(eAF_S_OK, broker.unregisterInterface("Radio", nullptr));
+}
+
+TEST_F(InterfaceBrokerTest, UnregisterInterface_LeavesTheOtherNames) {
+    for (const char *name : {"", "Radi", "Radio", "Radio1", "radio"}) {
+        broker.registerInterface(name, &a);
+    }
+    EXPECT_EQ(eAF_S_OK, broker.unregisterInterface("Radio", nullptr));
+    IInterface *found = nullptr;
+    EXPECT_EQ(eAF_E_FAILED, broker.getInterface("Radio", &found));
+    for (const char *name : {"", "Radi", "Radio1", "radio"}) {
+        EXPECT_EQ(eAF_S_OK, broker.getInterface(name, &found)) << name;
+    }
+}
+
+/// Registered before the broker is made, so it runs when the broker is gone, as the destructor of a static
+/// component would.
+void unregisterAtExit() {
+    IInterface *handedBack = nullptr;
+    const std::string name(100, 'n');
+    const EAFResult result = InterfaceBroker::getInstance().unregisterInterface(name, &handedBack);
+    std::_Exit(result == eAF_E_FAILED && handedBack == nullptr ? 0 : 1);
+}
+
+TEST(InterfaceBrokerAtExit, AComponentThatOutlivesTheBroker_FindsItEmpty) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process in which nobody has called the broker
+    EXPECT_EXIT(
+        {
+            std::atexit(unregisterAtExit);
+            static Published component("C");
+            InterfaceBroker::getInstance().registerInterface(std::string(100, 'n'), &component);
+            std::exit(2);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -216,13 +216,100 @@ TEST_F(CDatabaseTest, NullArguments_AreAnswered) {
     EXPECT_EQ(eAF_E_FAILED, CDatabase_AddRegion(nullptr, tree.region("R")));
     EXPECT_EQ(0u, CDatabase_GetNoOfRegions(nullptr));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByName(nullptr, "V", &variable));
-    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByName(&database, nullptr, &variable));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByName(&database, "V", nullptr));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByPath(nullptr, "V", &variable));
+    EXPECT_EQ(eAF_E_VARIABLE_HASH_TABLE_EMPTY, CDatabase_GetVariableByPath(&database, nullptr, &variable));
+    tree.integer(tree.objectIn(addRegion("Cfg"), "Radio"), "Gain");
+    CDatabase_UpdatePathHashTable(&database);
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByPath(&database, nullptr, &variable));
+    CStorageRegion *region = tree.region("R");
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetRegionByName(&database, nullptr, &region));
+    EXPECT_EQ(nullptr, region);
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_DoVariableOperation(nullptr, nullptr));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_DoVariableOperation(&database, nullptr));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_UpdatePathHashTable(nullptr));
+}
+
+TEST_F(CDatabaseTest, RemoveRegion_FromAnyPlace_LeavesTheOthersInOrderAndRoomBehindThem) {
+    const auto names = [this] {
+        std::string walked;
+        CVariable *found = nullptr;
+        for (const char *name : {"A", "B", "C", "D"}) {
+            CStorageRegion *region = nullptr;
+            if (CDatabase_GetRegionByName(&database, name, &region) == eAF_S_OK) {
+                walked += name;
+            }
+        }
+        EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CDatabase_GetVariableByName(&database, "None", &found));
+        EXPECT_EQ(walked.size(), CDatabase_GetNoOfRegions(&database));
+        return walked;
+    };
+    addRegion("A");
+    addRegion("B");
+    addRegion("C");
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "C")); // the last
+    addRegion("D");
+    EXPECT_EQ("ABD", names());
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "B")); // one between
+    EXPECT_EQ("AD", names());
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "A")); // the first
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "D")); // the only one
+    EXPECT_EQ("", names());
+    addRegion("C");
+    EXPECT_EQ("C", names());
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_S_OK, CDatabase_UpdatePathHashTable(&database));
+    EXPECT_THAT(TraceRecorder::lines(),
+                Contains(Line{"CDatabase_DoVariableOperation", "Processing region: C", eAF_DEBUG}));
+}
+
+TEST_F(CDatabaseTest, AddRegion_OfATakenName_LeavesTheRefusedRegionWhole) {
+    addRegion("A");
+    CStorageRegion *refused = tree.region("A");
+    tree.integer(tree.objectIn(refused, "O"), "V");
+    EXPECT_EQ(eAF_W_ALREADY_REGISTERED, CDatabase_AddRegion(&database, refused));
+    EXPECT_EQ(1u, CStorageRegion_GetNoOfObjects(refused));
+    CStorageRegion_Destruct(refused);
+}
+
+TEST_F(CDatabaseTest, RemoveRegion_PassesTheCodeOfItsSearchOn) {
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_RemoveRegion(nullptr, "Cfg"));
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CDatabase_RemoveRegion", "Could not get region", eAF_E_INVALID_ARGUMENT}));
+}
+
+TEST_F(CDatabaseTest, NoPlaceForAnAnswer_IsRefused) {
+    tree.integer(tree.objectIn(addRegion("Cfg"), "Radio"), "Gain");
+    CDatabase_UpdatePathHashTable(&database);
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetRegionByName(&database, "Cfg", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByPath(&database, "Cfg/Radio/Gain", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_GetVariableByPath(&database, "None", nullptr));
+}
+
+TEST_F(CDatabaseTest, GetVariableByName_LogsOneAccessForEachObjectThatItSearches) {
+    CStorageRegion *region = addRegion("Cfg");
+    tree.objectIn(region, "A");
+    tree.integer(tree.objectIn(region, "B"), "Gain");
+    tree.objectIn(region, "C");
+    TraceRecorder::reset();
+    CVariable *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CDatabase_GetVariableByName(&database, "Gain", &found));
+    EXPECT_EQ(2u, TraceRecorder::domainRecords().size()) << "it stops at the first hit";
+}
+
+TEST_F(CDatabaseTest, GetVariableByName_WithoutAName_IsTracedByEachObjectAndFindsNothing) {
+    CStorageRegion *region = addRegion("Cfg");
+    tree.objectIn(region, "A");
+    tree.objectIn(region, "B");
+    TraceRecorder::reset();
+    CVariable untouched;
+    CVariable *found = &untouched;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CDatabase_GetVariableByName(&database, nullptr, &found));
+    EXPECT_EQ(nullptr, found);
+    const Line noName{"CStorageObject_GetVariableByName",
+                      "CStorageObject_GetVariableByName is calling with pszVariableName = NULL",
+                      eAF_E_INVALID_ARGUMENT};
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(noName, noName));
 }
 
 } // namespace

@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "Providers.h"
 #include "StorageTree.h"
 #include "TraceRecorder.h"
@@ -269,6 +274,104 @@ TEST_F(CStorageManagerTest, Uninitialize_TracesItsStepsAndEmptiesTheManager) {
     location(1);
     providers();
     EXPECT_EQ(eAF_S_OK, CStorageManager_AssignStorageProviderToLocation(1, 1)) << "it may be filled again";
+}
+
+TEST_F(CStorageManagerTest, ASecondRegistrationWithTheSameId_IsNotRefused) {
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_S_OK, CStorageManager_RegisterLocation(1, "First", 4, 0));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_RegisterLocation(1, "Second", 4, 0));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_RegisterStorageProvider(&FirstProvider::table, 1, "First"));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_RegisterStorageProvider(&SecondProvider::table, 1, "Second"));
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+    CStorageManager_UpdatePathHashTable();
+    EXPECT_THAT(TraceRecorder::lines(),
+                testing::Contains(Line{"updatePathHashTable",
+                                       "  Updating hash table for location Second using provider none", eAF_DEBUG}))
+        << "only look-ups by id pass it over";
+}
+
+TEST_F(CStorageManagerTest, RegisterLocation_WithATableBeyondAllMemory_RegistersNothing) {
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CStorageManager_RegisterLocation(1, "L", ~0UL, 0));
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+    EXPECT_EQ(eAF_E_UNKNOWN_LOCATION, CStorageManager_ReserveWritableSpace(1, 1));
+}
+
+TEST_F(CStorageManagerTest, Reassign_OfALocationWithoutAProvider_NamesOne) {
+    location(1);
+    providers();
+    EXPECT_EQ(eAF_S_OK, CStorageManager_ReassignStorageProviderToLocation(1, 2));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_ReserveWritableSpace(1, 50));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_StoreAll());
+    EXPECT_THAT(test::providerCalls(), ElementsAre("2.Reserve 1,50"));
+}
+
+TEST_F(CStorageManagerTest, UpdatePathHashTable_AfterAReassignment_NamesTheNewProvider) {
+    location(1);
+    providers();
+    CStorageManager_AssignStorageProviderToLocation(1, 1);
+    CStorageManager_ReassignStorageProviderToLocation(1, 2);
+    TraceRecorder::reset();
+    CStorageManager_UpdatePathHashTable();
+    EXPECT_EQ((Line{"updatePathHashTable", "  Updating hash table for location L1 using provider Second", eAF_DEBUG}),
+              TraceRecorder::lines().at(0));
+}
+
+TEST_F(CStorageManagerTest, AnIdBeyondTheSignedRange_IsPrintedUnsignedInErrorsAndSignedBeforeCalls) {
+    const unsigned long id = ~0UL;
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RegisterLocation(id, "Last", 4, 10));
+    providers();
+    CStorageManager_AssignStorageProviderToLocation(id, 1);
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_S_OK, CStorageManager_StoreAll());
+    EXPECT_EQ(eAF_E_UNKNOWN_LOCATION, CStorageManager_ReserveWritableSpace(id - 1, 1));
+    EXPECT_THAT(test::providerCalls(), ElementsAre("1.StoreAll " + std::to_string(id) + ",10"));
+    EXPECT_THAT(TraceRecorder::lines(),
+                testing::IsSupersetOf(
+                    {Line{"performProviderOperation", "Calling StoreAll for provider First (location: -1)", eAF_DEBUG},
+                     Line{"CStorageManager_ReserveWritableSpace",
+                          "No such location (location id=" + std::to_string(id - 1) + ")", eAF_E_UNKNOWN_LOCATION}}));
+}
+
+// The manager is made by whoever comes first; ThreadSanitizer watches.
+TEST_F(CStorageManagerTest, FirstCallsFromSeveralThreads_FindOneManager) {
+    std::vector<EAFResult> results(8, eAF_E_FAILED);
+    std::vector<std::thread> threads;
+    for (EAFResult &result : results) {
+        threads.emplace_back([&result] { result = CStorageManager_StoreAll(); });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(results, testing::Each(eAF_S_OK));
+    location(1);
+    EXPECT_EQ(eAF_E_FAILED, CStorageManager_ReserveWritableSpace(1, 1)) << "there, without a provider";
+}
+
+CStorageRegion *regionAtExit = nullptr;
+
+/// Registered before the manager is made, so it runs when the manager is gone. _Exit: the descriptors are left to
+/// the system, which is no leak.
+void lookAtWhatTheManagerLeft() {
+    const bool isForgotten = CStorageManager_ReserveWritableSpace(1, 1) == eAF_E_UNKNOWN_LOCATION &&
+                             CStorageManager_AssignStorageProviderToLocation(1, 1) == eAF_E_UNKNOWN_PROVIDER;
+    const bool isUntouched = CStorageRegion_IsEmpty(regionAtExit) == 0;
+    std::_Exit(isForgotten && isUntouched ? 0 : 1);
+}
+
+TEST_F(CStorageManagerTest, TheEndOfTheProcess_ForgetsTheDescriptorsAndLeavesTheRegionsAlone) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process in which nobody has called the manager
+    EXPECT_EXIT(
+        {
+            std::atexit(lookAtWhatTheManagerLeft);
+            regionAtExit = tree.region("R", 1);
+            tree.objectIn(regionAtExit, "O");
+            location(1);
+            providers();
+            CStorageManager_RegisterRegion(regionAtExit);
+            std::exit(2);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 } // namespace

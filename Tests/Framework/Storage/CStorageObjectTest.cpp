@@ -372,4 +372,13 @@ TEST_F(CStorageObjectTest, NoObject_IsAnsweredAndNeverTouched) {
     EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
 }
 
+TEST_F(CStorageObjectTest, Words_AreKeptAsGivenNotAsTruthValues) {
+    CStorageObject_SetWritable(&object, 7);
+    CStorageObject_SetDynamicallyAllocated(&object, 8);
+    EXPECT_EQ(7u, CStorageObject_IsWritable(&object));
+    EXPECT_EQ(8u, CStorageObject_IsDynamicallyAllocated(&object));
+    EXPECT_EQ(eAF_S_OK, CStorageObject_ReserveSize(&object, 0xFFFFFFFFul));
+    EXPECT_EQ(0xFFFFFFFFu, object.reservedSize);
+}
+
 } // namespace

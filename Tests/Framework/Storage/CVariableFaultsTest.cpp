@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string>
 
+#include "CStorageObject.h"
 #include "CVariable.h"
 #include "TraceRecorder.h"
 
@@ -23,6 +24,23 @@ Function *systems(const char *name) {
 }
 
 } // namespace
+
+namespace {
+
+void (*afterObjectDestruct)(CStorageObject *object);
+CVariable *shrinking;
+
+} // namespace
+
+// The library calls its own exported operations as any program would: this one comes first.
+void CStorageObject_Destruct(CStorageObject *object) {
+    static auto *const own =
+        reinterpret_cast<decltype(&CStorageObject_Destruct)>(dlsym(RTLD_NEXT, "CStorageObject_Destruct"));
+    own(object);
+    if (afterObjectDestruct != nullptr) {
+        afterObjectDestruct(object);
+    }
+}
 
 // Called by a sanitizer before that is ready to be called back.
 #define PLAIN __attribute__((no_sanitize("address", "thread", "undefined")))
@@ -91,6 +109,25 @@ TEST_F(CVariableFaults, LockAndUnLockThatFail_AreTracedAndReturned) {
     EXPECT_EQ(eAF_E_MUTEX_ERROR, CVariable_UnLock(&variable));
     EXPECT_THAT(TraceRecorder::lines(), ElementsAre(Line{"CVariable_Lock", "Can't lock mutex", eAF_E_MUTEX_ERROR},
                                                     Line{"CVariable_UnLock", "Can't unlock mutex", eAF_E_MUTEX_ERROR}));
+}
+
+TEST_F(CVariableFaults, DestructOfAnObjectArray_ReadsTheElementCountBeforeEachElement) {
+    CStorageObject first;
+    CStorageObject_Construct(&first, "A");
+    CStorageObject second;
+    CStorageObject_Construct(&second, "B");
+    int value = 0;
+    CVariable inner;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&inner, &value, TYPE_INT32, 1, "Inner", nullptr));
+    ASSERT_EQ(eAF_S_OK, CStorageObject_AddVariable(&second, &inner));
+    CStorageObject *elements[] = {&first, &second};
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, elements, TYPE_OBJECT_ARRAY, 2, "Os", nullptr));
+    afterObjectDestruct = [](CStorageObject *) { shrinking->noOfElements = 1; };
+    shrinking = &variable;
+    EXPECT_EQ(eAF_S_OK, CVariable_Destruct(&variable));
+    afterObjectDestruct = nullptr;
+    EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&second)) << "the count had become 1 before its turn";
+    CStorageObject_Destruct(&second);
 }
 
 } // namespace

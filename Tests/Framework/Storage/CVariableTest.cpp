@@ -365,4 +365,117 @@ TEST_F(CVariableTest, NoVariable_IsAnsweredAndNeverTouched) {
     EXPECT_STREQ("before", path);
 }
 
+TEST_F(CVariableTest, AfterDestruct_SetAndGetHaveNoContentToCopy) {
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, nullptr, TYPE_INT32, 1, "V", nullptr));
+    ASSERT_EQ(eAF_S_OK, CVariable_Destruct(&variable));
+    std::int32_t value = 5;
+    EXPECT_EQ(eAF_E_NOT_INITIALIZED, CVariable_SetContent(&variable, &value));
+    EXPECT_EQ(eAF_E_NOT_INITIALIZED, CVariable_GetContent(&variable, &value));
+    EXPECT_EQ(5, value);
+}
+
+TEST_F(CVariableTest, SetAndGetContent_OfAnUnknownType_CopyOneByteAndWarn) {
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, nullptr, static_cast<EVariableType>(23), 7, "V", nullptr));
+    TraceRecorder::reset();
+    const std::array<char, 2> source{'a', 'b'};
+    std::array<char, 2> destination{'#', '#'};
+    EXPECT_EQ(eAF_S_OK, CVariable_SetContent(&variable, source.data()));
+    EXPECT_EQ(eAF_S_OK, CVariable_GetContent(&variable, destination.data()));
+    EXPECT_THAT(destination, ElementsAre('a', '#'));
+    const Line warning{
+        "CVariable_GetSizeInBytes",
+        "CVariable_GetSizeInBytes was called with unsupported EVariableType. Default memory allocation of 1 byte",
+        eAF_W_WARNING};
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(warning, warning));
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, NoPlaceForAnAnswer_IsRefused) {
+    int content = 0;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 1, "V", nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_GetContentAddress(&variable, nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_GetDefaultContentAddress(&variable, nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_GetPath(&variable, nullptr));
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_GetName(&variable, nullptr));
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CVariable_GetName", "CVariable_GetName was called with a null parameter",
+                                 eAF_E_INVALID_ARGUMENT}));
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, SetPath_WithoutOneOfItsParts_LeavesThePath) {
+    int content = 0;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 1, "V", nullptr));
+    CVariable_SetPath(&variable, "R", "O", "V");
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_SetPath(&variable, nullptr, "O", "V"));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_SetPath(&variable, "R", nullptr, "V"));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CVariable_SetPath(&variable, "R", "O", nullptr));
+    EXPECT_STREQ("R/O/V", variable.path);
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, WhatIsAskedOfNoVariable_HasAnAnswer) {
+    EXPECT_EQ(0u, CVariable_GetNoOfElements(nullptr));
+    EXPECT_EQ(TYPE_INT8, CVariable_GetType(nullptr));
+    EXPECT_EQ(ByReference, CVariable_GetAccessType(nullptr));
+}
+
+TEST_F(CVariableTest, Flags_AreKeptAsWordsNotAsTruthValues) {
+    int content = 0;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 1, "V", nullptr));
+    CVariable_SetRetrieved(&variable, 7);
+    CVariable_SetDynamicallyAllocated(&variable, 8);
+    EXPECT_EQ(7u, CVariable_IsRetrieved(&variable));
+    EXPECT_EQ(8u, CVariable_IsDynamicallyAllocated(&variable));
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, DestructOfAnObjectOrArrayWhoseContentWasTakenAway_TouchesNothing) {
+    CStorageObject object;
+    CStorageObject_Construct(&object, "O");
+    for (const EVariableType type : {TYPE_OBJECT, TYPE_OBJECT_ARRAY}) {
+        ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &object, type, 1, "O", nullptr));
+        variable.content = nullptr;
+        EXPECT_EQ(eAF_S_OK, CVariable_Destruct(&variable)) << type;
+    }
+}
+
+TEST_F(CVariableTest, TheCallersContent_RefusesSetAndGetWhateverTheOtherBlock) {
+    int content = 5;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 1, "V", nullptr));
+    EXPECT_EQ(eAF_E_WRONG_ACCESS, CVariable_SetContent(&variable, nullptr));
+    EXPECT_EQ(eAF_E_WRONG_ACCESS, CVariable_GetContent(&variable, nullptr));
+    EXPECT_EQ(2u, TraceRecorder::lines().size()) << "each traced";
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, AnArrayOfNoElements_IsSetAndReadWithoutABlock) {
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, nullptr, TYPE_INT32_ARRAY, 0, "V", nullptr));
+    const std::vector<std::int32_t> none; // its data() may be null
+    EXPECT_EQ(eAF_S_OK, CVariable_SetContent(&variable, none.data()));
+    CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, DestructOfAnObjectWithoutContent_IsTracedByWhoAsksForItsMark) {
+    CStorageObject object;
+    CStorageObject_Construct(&object, "O");
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &object, TYPE_OBJECT, 1, "O", nullptr));
+    variable.content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CVariable_Destruct(&variable));
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageObject_IsDynamicallyAllocated",
+                                 "CStorageObject_IsDynamicallyAllocated was called with a null pointer",
+                                 eAF_E_INVALID_ARGUMENT}));
+}
+
+TEST_F(CVariableTest, DestructOfAMarkedObjectInsideItself_DestructsAndFreesItOnce) {
+    CStorageObject *object = newObject("O", true);
+    SVariableDescriptor self{object, TYPE_OBJECT, 1, "Self", nullptr};
+    ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(object, &self, 1));
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, object, TYPE_OBJECT, 1, "O", nullptr));
+    EXPECT_EQ(eAF_S_OK, CVariable_Destruct(&variable)); // the sanitizers watch
+    EXPECT_EQ(nullptr, variable.content);
+}
+
 } // namespace

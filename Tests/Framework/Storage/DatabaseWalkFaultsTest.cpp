@@ -18,6 +18,7 @@ EAFResult contentAddressAnswer = eAF_S_OK;
 EAFResult defaultAddressAnswer = eAF_S_OK;
 EAFResult setPathAnswer = eAF_S_OK;
 EAFResult getPathAnswer = eAF_S_OK;
+bool getPathGivesNull = false;
 
 template <class Function>
 Function *librarys(const char *name) {
@@ -25,6 +26,28 @@ Function *librarys(const char *name) {
 }
 
 } // namespace
+
+namespace {
+
+std::vector<std::string> destructions;
+
+} // namespace
+
+EAFResult CVariable_Destruct(CVariable *variable) {
+    static auto *const own = librarys<decltype(CVariable_Destruct)>("CVariable_Destruct");
+    destructions.emplace_back(variable->name);
+    return own(variable);
+}
+void CStorageObject_Destruct(CStorageObject *object) {
+    static auto *const own = librarys<decltype(CStorageObject_Destruct)>("CStorageObject_Destruct");
+    destructions.emplace_back(object->name);
+    own(object);
+}
+void CStorageRegion_Destruct(CStorageRegion *region) {
+    static auto *const own = librarys<decltype(CStorageRegion_Destruct)>("CStorageRegion_Destruct");
+    destructions.emplace_back(region->name);
+    own(region);
+}
 
 // The library calls its own exported operations as any program would: these come first.
 EAFResult CVariable_GetContentAddress(CVariable *variable, void **out) {
@@ -42,7 +65,9 @@ EAFResult CVariable_SetPath(CVariable *variable, const char *a, const char *b, c
 }
 EAFResult CVariable_GetPath(CVariable *variable, const char **out) {
     static auto *const own = librarys<decltype(CVariable_GetPath)>("CVariable_GetPath");
-    return getPathAnswer != eAF_S_OK ? getPathAnswer : own(variable, out);
+    const EAFResult result = getPathAnswer != eAF_S_OK ? getPathAnswer : own(variable, out);
+    *out = getPathGivesNull ? nullptr : *out;
+    return result;
 }
 
 namespace {
@@ -215,6 +240,57 @@ TEST_F(DatabaseWalkFaults, AWalkThatFails_IsAWarningOfThePathUpdate) {
     EXPECT_EQ(test::levelOf(eAF_W_WARNING), TraceRecorder::records().back().level);
     listFaults() = {};
     CStorageManager_Uninitialize();
+}
+
+TEST_F(DatabaseWalkFaults, SetToDefault_WithAPathThatIsNull_WarnsToo) {
+    tree.integer(radio, "Bare", 7);
+    getPathGivesNull = true;
+    EXPECT_EQ(eAF_S_OK, CDatabase_SetNotRetrievedVariablesToDefault(&database));
+    getPathGivesNull = false;
+    EXPECT_THAT(TraceRecorder::failures(),
+                ElementsAre(Line{"CDatabase_ActionSetToDefault",
+                                 "**WARNING** Variable Gain missing in storage, applying default value",
+                                 eAF_W_VARIABLE_MISSING_IN_STORAGE},
+                            Line{"CDatabase_ActionSetToDefault",
+                                 "**WARNING** Variable Bare missing in storage, default value not available",
+                                 eAF_W_VARIABLE_MISSING_IN_STORAGE}));
+}
+
+TEST_F(DatabaseWalkFaults, Destruct_GivesEverythingUpFromTheFront) {
+    CDatabase other;
+    CDatabase_Construct(&other, 4);
+    test::StorageTree owned;
+    for (const char *name : {"R1", "R2"}) {
+        CStorageRegion *region = owned.region(name);
+        CDatabase_AddRegion(&other, region);
+        for (const char *suffix : {"a", "b"}) {
+            CStorageObject *object = owned.objectIn(region, std::string(name) + suffix);
+            owned.integer(object, std::string(name) + suffix + "1");
+            owned.integer(object, std::string(name) + suffix + "2");
+        }
+    }
+    destructions.clear();
+    CDatabase_Destruct(&other);
+    EXPECT_THAT(destructions, ElementsAre("R1", "R1a", "R1a1", "R1a2", "R1b", "R1b1", "R1b2", "R2", "R2a", "R2a1",
+                                          "R2a2", "R2b", "R2b1", "R2b2"));
+}
+
+TEST_F(DatabaseWalkFaults, Uninitialize_DestructsTheDatabasesBetweenItsTraces) {
+    CStorageManager_RegisterLocation(1, "flash", 8, 0);
+    test::StorageTree other;
+    CStorageRegion *region = other.region("Cfg", 1);
+    other.integer(other.objectIn(region, "Radio"), "Gain");
+    CStorageManager_RegisterRegion(region);
+    TraceRecorder::reset();
+    listFaults().popHead = 0x8004; // makes the destruction of an object visible
+    EXPECT_EQ(eAF_S_OK, CStorageManager_Uninitialize());
+    listFaults() = {};
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageManager_Uninitialize", "Cleanup provider list", eAF_DEBUG},
+                            Line{"CStorageManager_Uninitialize", "Cleanup location list", eAF_DEBUG},
+                            Line{"CStorageObject_Destruct", "Failed to pop head from non-empty list", 0x8004},
+                            Line{"CStorageManager_Uninitialize", "Cleanup of providerList and locationList finished",
+                                 eAF_DEBUG}));
 }
 
 } // namespace

@@ -328,4 +328,79 @@ TEST_F(DatabaseWalk, SetToDefault_CopiesWholeArrays) {
     EXPECT_EQ(defaults, content);
 }
 
+TEST_F(DatabaseWalk, ANestedObjectThatBreaksOff_LeavesTheNextOnesPathWhole) {
+    CStorageObject *tx = tree.nested(radio, "Tx");
+    CVariable *nameless = tree.integer(tree.nested(tx, "Pll"), "Nameless");
+    nameless->name[0] = '\0';
+    tree.integer(tx, "Lo");
+    const auto &channels = tree.objectArray(radio, "Channels", {"C1", "C2"});
+    CVariable *namelessToo = tree.integer(channels[0], "Nameless");
+    namelessToo->name[0] = '\0';
+    tree.integer(channels[1], "P");
+    EXPECT_EQ(eAF_E_FAILED, CDatabase_DoVariableOperation(&database, noteOnly));
+    EXPECT_THAT(paths(), ElementsAre("Cfg/Radio/Tx/Lo", "Cfg/Radio/C2/P"));
+    EXPECT_THAT(TraceRecorder::failures(),
+                ElementsAre(line("Could not get variable name", eAF_E_FAILED),
+                            line("Failed to handle nested object", eAF_E_FAILED), // Pll in Tx
+                            line("Failed to handle nested object", eAF_E_FAILED), // and so Tx in Radio
+                            line("Could not get variable name", eAF_E_FAILED),
+                            line("Failed to handle object array element", eAF_E_FAILED)));
+    EXPECT_EQ(4, database.noOfVariablesProcessed);
+}
+
+TEST_F(DatabaseWalk, NestedObjectsWhoseContentWasTakenAway_FailAndTheRestIsWalked) {
+    tree.nested(radio, "Tx");
+    tree.objectArray(radio, "Channels", {"C1", "C2"});
+    tree.integer(radio, "After");
+    CVariable *nested = nullptr;
+    CVariable *array = nullptr;
+    CStorageObject_GetVariableByName(radio, "Tx", &nested);
+    CStorageObject_GetVariableByName(radio, "Channels", &array);
+    void *const contents[] = {nested->content, array->content};
+    nested->content = array->content = nullptr;
+    EXPECT_EQ(eAF_E_FAILED, walk());
+    EXPECT_THAT(paths(), ElementsAre("Cfg/Radio/After"));
+    EXPECT_THAT(TraceRecorder::failures(), ElementsAre(line("Could not get object name", eAF_E_INVALID_ARGUMENT),
+                                                       line("Failed to handle nested object", eAF_E_FAILED),
+                                                       line("Could not get object name", eAF_E_INVALID_ARGUMENT),
+                                                       line("Failed to handle object array element", eAF_E_FAILED),
+                                                       line("Could not get object name", eAF_E_INVALID_ARGUMENT),
+                                                       line("Failed to handle object array element", eAF_E_FAILED)));
+    nested->content = contents[0];
+    array->content = contents[1];
+}
+
+TEST_F(DatabaseWalk, AnObjectInsideItsOwnChild_FailsInsteadOfBeingWalkedForEver) {
+    CStorageObject *child = tree.nested(radio, "Child");
+    auto &loop = tree.objectArray(child, "Loop", {""});
+    loop[0] = radio;
+    tree.integer(child, "V");
+    EXPECT_EQ(eAF_E_FAILED, walk());
+    EXPECT_THAT(paths(), ElementsAre("Cfg/Radio/Child/V"));
+    loop[0] = nullptr;
+}
+
+TEST_F(DatabaseWalk, SetToDefault_WithTheContentAsItsOwnDefault_TracesNothing) {
+    std::int32_t content = 9;
+    tree.variable(radio, {&content, TYPE_INT32, 1, "Own", &content});
+    EXPECT_EQ(eAF_S_OK, CDatabase_SetNotRetrievedVariablesToDefault(&database));
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(processing("Cfg"), count(1))) << "it has a default";
+}
+
+TEST_F(DatabaseWalk, SetToDefault_WithADefaultThatOverlapsTheContent_CopiesWhatItWas) {
+    std::vector<unsigned char> block{1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    tree.variable(radio, {block.data() + 2, TYPE_UINT8_ARRAY, 8, "Table", block.data()});
+    EXPECT_EQ(eAF_S_OK, CDatabase_SetNotRetrievedVariablesToDefault(&database));
+    EXPECT_THAT(block, ElementsAre(1, 2, 1, 2, 3, 4, 5, 6, 7, 8));
+}
+
+TEST_F(DatabaseWalk, SetToDefault_TakesAnyWordButZeroForRetrieved) {
+    const std::int32_t defaultValue = 20;
+    CVariable *variable = tree.integer(radio, "Gain", 1, &defaultValue);
+    CVariable_SetRetrieved(variable, 2);
+    EXPECT_EQ(eAF_S_OK, CDatabase_SetNotRetrievedVariablesToDefault(&database));
+    EXPECT_EQ(1, valueOf(variable));
+    EXPECT_EQ(0u, CVariable_IsRetrieved(variable));
+}
+
 } // namespace

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "CStorageManager.h"
 #include "Providers.h"
 #include "SLocationDescriptor.h"
@@ -209,6 +211,136 @@ TEST_F(ProviderOperations, AProvider_DeletesTheFirstListingOfALocationOnly) {
     EXPECT_THAT(test::providerCalls(), ElementsAre("1.StoreAll 2,0", "1.StoreAll 1,0"));
     FirstProvider::answer = eAF_E_FAILED;
     EXPECT_TRUE(provider.performProviderOperation(ePO_INITIALIZE));
+}
+
+TEST_F(ProviderOperations, TheOperations_HaveTheNumbersThatBackEndsWereBuiltWith) {
+    EXPECT_EQ(0u, static_cast<std::uint32_t>(ePO_INITIALIZE));
+    EXPECT_EQ(1u, static_cast<std::uint32_t>(ePO_STORE_ALL));
+    EXPECT_EQ(2u, static_cast<std::uint32_t>(ePO_RETRIEVE_ALL));
+}
+
+TEST_F(ProviderOperations, StoreAllAndRetrieveAll_AreEachHandedTheLocationsOwnDatabase) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    for (const EProviderOperation operation : {ePO_STORE_ALL, ePO_RETRIEVE_ALL}) {
+        FirstProvider::lastDatabase = nullptr;
+        EXPECT_FALSE(location.performProviderOperation(operation, &FirstProvider::table, "First"));
+        EXPECT_EQ(location.database, FirstProvider::lastDatabase);
+    }
+}
+
+TEST_F(ProviderOperations, TheCodeJustBelowTheErrors_IsASuccess) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    FirstProvider::answer = static_cast<EAFResult>(0x7fff);
+    EXPECT_FALSE(location.performProviderOperation(ePO_STORE_ALL, &FirstProvider::table, "First"));
+    FirstProvider::answer = static_cast<EAFResult>(0x8000);
+    EXPECT_TRUE(location.performProviderOperation(ePO_STORE_ALL, &FirstProvider::table, "First"));
+}
+
+std::string messageBeforeTheCall;
+
+EAFResult noteInitialize(unsigned long) {
+    messageBeforeTheCall = TraceRecorder::lines().back().message;
+    return eAF_S_OK;
+}
+EAFResult noteTransfer(unsigned long, CDatabase *, unsigned long) {
+    return noteInitialize(0);
+}
+
+TEST_F(ProviderOperations, EachCall_IsTracedBeforeItIsMade) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    IStorageProvider table{noteInitialize, nullptr, noteTransfer, noteTransfer};
+    location.performProviderOperation(ePO_INITIALIZE, &table, "First");
+    EXPECT_EQ("Calling Initialize for provider First (location: 7)", messageBeforeTheCall);
+    location.performProviderOperation(ePO_STORE_ALL, &table, "First");
+    EXPECT_EQ("Calling StoreAll for provider First (location: 7)", messageBeforeTheCall);
+    location.performProviderOperation(ePO_RETRIEVE_ALL, &table, "First");
+    EXPECT_EQ("Calling RetrieveAll for provider First (location: 7)", messageBeforeTheCall);
+}
+
+const SLocationDescriptor *observed = nullptr;
+unsigned long sizeSeenByTheProvider = 0;
+
+EAFResult refuseSpace(unsigned long, unsigned long) {
+    sizeSeenByTheProvider = observed->writableSize;
+    return eAF_E_STACK_EMPTY;
+}
+
+TEST_F(ProviderOperations, ALocation_KeepsTheSizeBeforeItsProviderIsAskedAndWhenThatRefuses) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    IStorageProvider table{nullptr, refuseSpace, nullptr, nullptr};
+    SProviderDescriptor provider("First", 3, &table);
+    location.markProviderAssigned(3, &provider);
+    observed = &location;
+    EXPECT_EQ(eAF_E_STACK_EMPTY, location.reserveWritableSpace(500));
+    EXPECT_EQ(500u, sizeSeenByTheProvider);
+    EXPECT_EQ(500u, location.writableSize);
+}
+
+TEST_F(ProviderOperations, MarkProviderAssigned_SetsIdProviderAndFlag) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    SProviderDescriptor provider("First", 3, &FirstProvider::table);
+    location.markProviderAssigned(5, &provider);
+    EXPECT_EQ(5u, location.providerId);
+    EXPECT_EQ(&provider, location.provider);
+    EXPECT_EQ(1, location.providerAssigned);
+    EXPECT_THAT(provider.locations, IsEmpty()) << "listing it is another step";
+}
+
+TEST_F(ProviderOperations, ALocationMarkedWithoutAProvider_CountsAsUnassigned) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    location.markProviderAssigned(3, nullptr);
+    EXPECT_EQ(eAF_E_FAILED, location.reserveWritableSpace(500));
+    location.updatePathHashTable();
+    location.unassignProvider();
+    EXPECT_EQ(0, location.providerAssigned);
+    EXPECT_THAT(
+        TraceRecorder::lines(),
+        testing::IsSupersetOf(
+            {Line{"reserveWritableSpace", "No StorageProvider is assigned to location Flash \n", eAF_E_FAILED},
+             Line{"updatePathHashTable", "  Updating hash table for location Flash using provider none", eAF_DEBUG}}));
+}
+
+TEST_F(ProviderOperations, ALocationWhoseFlagIsClear_NeitherAsksNorLeavesItsProvider) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    SProviderDescriptor provider("First", 3, &FirstProvider::table);
+    provider.addLocation(&location);
+    location.markProviderAssigned(3, &provider);
+    location.providerAssigned = 0;
+    EXPECT_EQ(eAF_E_FAILED, location.reserveWritableSpace(500));
+    EXPECT_THAT(test::providerCalls(), IsEmpty());
+    location.unassignProvider();
+    EXPECT_EQ(&provider, location.provider);
+    EXPECT_THAT(provider.locations, ElementsAre(&location));
+}
+
+TEST_F(ProviderOperations, ALocation_AnswersWithTheDatabasesOwnCodeForARegionThatCanNotBeFiled) {
+    SLocationDescriptor location("Flash", 7, 70, 4);
+    test::StorageTree tree;
+    EXPECT_EQ(eAF_E_FAILED, location.addRegion(nullptr));
+    EXPECT_EQ(eAF_E_FAILED, location.addRegion(tree.region("", 7)));
+    EXPECT_EQ(0u, CDatabase_GetNoOfRegions(location.database));
+}
+
+template <class First, class Second>
+bool standsBefore(const First &first, const Second &second) {
+    return std::less<const void *>()(&first, &second);
+}
+
+TEST_F(ProviderOperations, TheDescriptors_KeepTheOrderOfTheirFields) {
+    const SLocationDescriptor location("Flash", 7, 70, 4);
+    EXPECT_EQ(static_cast<const void *>(&location), &location.name);
+    EXPECT_TRUE(standsBefore(location.name, location.locationId));
+    EXPECT_TRUE(standsBefore(location.locationId, location.providerId));
+    EXPECT_TRUE(standsBefore(location.providerId, location.providerAssigned));
+    EXPECT_TRUE(standsBefore(location.providerAssigned, location.provider));
+    EXPECT_TRUE(standsBefore(location.provider, location.writableSize));
+    EXPECT_TRUE(standsBefore(location.writableSize, location.database));
+    EXPECT_TRUE(standsBefore(location.database, location.locationData));
+    const SProviderDescriptor provider("First", 3, &FirstProvider::table);
+    EXPECT_EQ(static_cast<const void *>(&provider), &provider.name);
+    EXPECT_TRUE(standsBefore(provider.name, provider.provider));
+    EXPECT_TRUE(standsBefore(provider.provider, provider.providerId));
+    EXPECT_TRUE(standsBefore(provider.providerId, provider.locations));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 /// @file
-/// Locations, providers, regions, objects and variables as their description has them, in the plainest data.
+/// Locations, providers, regions, objects and variables in the plainest data.
 #pragma once
 
 #include <map>

@@ -165,7 +165,7 @@ protected:
     int lastId = 0;
 };
 
-TEST_P(StorageManagerModel, AgreesAfterEachOfATwoThousandOperations) {
+TEST_P(StorageManagerModel, AgreesAfterEachOfTwoThousandOperations) {
     std::printf("seed %u\n", GetParam());
     for (int round = 0; round < 20 && !HasFatalFailure(); ++round) {
         for (int i = 0; i < 100 && !HasFatalFailure(); ++i) {

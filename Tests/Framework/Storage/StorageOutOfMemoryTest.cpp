@@ -12,6 +12,7 @@
 #include "CStorageManager.h"
 #include "InterfaceBroker.h"
 #include "Providers.h"
+#include "QuietTraces.h"
 #include "StorageTree.h"
 
 namespace {
@@ -201,6 +202,41 @@ TEST_F(StorageOutOfMemory, TheBroker_LetsTheAllocatorsExceptionThroughAndAddsNot
     EXPECT_EQ(blocks, AllocationProbe::blocks());
     IInterface *found = nullptr;
     EXPECT_EQ(eAF_E_FAILED, broker.getInterface(interface.getName(), &found));
+    EXPECT_EQ(eAF_S_OK, broker.registerInterface(&interface));
+    broker.clear();
+}
+
+EAFResult markRetrieved(CDatabase *, CVariable *variable, const char *, const char *, const char *, const char *) {
+    CVariable_SetRetrieved(variable, 1);
+    return eAF_S_OK;
+}
+
+TEST_F(StorageOutOfMemory, AWalk_RunsNoActionWhereItCanNotFinish) {
+    CDatabase database;
+    CDatabase_Construct(&database, 4);
+    CStorageRegion *region = tree.region("R");
+    CDatabase_AddRegion(&database, region);
+    CVariable *first = tree.integer(tree.objectIn(region, "O"), "First");
+    CVariable *last = tree.integer(tree.objectIn(region, std::string(100, 'o')), "Last");
+    failInTurn([&] { return CDatabase_DoVariableOperation(&database, markRetrieved); },
+               [&] {
+                   EXPECT_EQ(0u, CVariable_IsRetrieved(first)) << "everything is as it was";
+                   CVariable_SetRetrieved(first, 0);
+               });
+    EXPECT_EQ(1u, CVariable_IsRetrieved(last));
+    CDatabase_Destruct(&database);
+}
+
+TEST_F(StorageOutOfMemory, TheBroker_ReportsAnEntryOnlyOnceItIsThere) {
+    InterfaceBroker &broker = InterfaceBroker::getInstance();
+    IInterface interface("I");
+    test::QuietTraces::reset();
+    {
+        const auto probe = AllocationProbe::refusingOnly(0);
+        EXPECT_THROW(broker.registerInterface(&interface), std::bad_alloc);
+    }
+    EXPECT_EQ("registerInterface:   Register interface I      code: 0x800\n", test::QuietTraces::text());
+    EXPECT_EQ(0, test::QuietTraces::open());
     EXPECT_EQ(eAF_S_OK, broker.registerInterface(&interface));
     broker.clear();
 }

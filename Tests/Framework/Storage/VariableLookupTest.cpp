@@ -207,10 +207,23 @@ TEST_F(VariableLookup, BelowLevel7_NothingIsLogged) {
     EXPECT_THAT(TraceRecorder::domainRecords(), IsEmpty());
 }
 
-// A path outlives its region: what it leads to may be freed.
-TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouchingFreedMemory) {
+TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegionWhoseVariablesAreTheCallers_StillAnswers) {
+    CStorageRegion *region = tree.region("Gone", 1);
+    CStorageManager_RegisterRegion(region);
+    CVariable *kept = tree.integer(tree.objectIn(region, "O"), "V", 5);
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    void *content = nullptr;
+    unsigned long size = 0;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Gone/O/V", &content, &size));
+    EXPECT_EQ(kept->content, content);
+    EXPECT_EQ(4u, size);
+}
+
+/// A region, an object and a variable that are the library's to free.
+void registerOwned(const char *regionName, std::int32_t value) {
     auto *region = new CStorageRegion[1]();
-    CStorageRegion_Construct(region, "Gone", 1);
+    CStorageRegion_Construct(region, regionName, 1);
     CStorageRegion_SetDynamicallyAllocated(region, 1);
     auto *object = new CStorageObject[1]();
     CStorageObject_Construct(object, "O");
@@ -219,6 +232,35 @@ TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouch
     CStorageObject_CreateVariables(object, &descriptor, 1);
     CStorageRegion_AddObject(region, object);
     CStorageManager_RegisterRegion(region);
+    CVariable *variable = nullptr;
+    CStorageObject_GetVariableByName(object, "V", &variable);
+    CVariable_SetContent(variable, &value);
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_OfAFreedVariable_NeverLeadsToWhoeverGotItsMemory) {
+    for (int i = 0; i < 20; ++i) {
+        registerOwned("Old", 1);
+        update();
+        ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Old", 1));
+        registerOwned("New", 2);
+        CStorageManager_UpdatePathHashTable();
+        void *content = nullptr;
+        EXPECT_EQ(eAF_E_FAILED, CStorageManager_GetVariableContentAddressByPath("Old/O/V", &content, nullptr));
+        EXPECT_EQ(nullptr, content);
+        ASSERT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("New/O/V", &content, nullptr));
+        EXPECT_EQ(2, *static_cast<std::int32_t *>(content));
+        ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("New", 1));
+    }
+    registerOwned("Old", 3);
+    CStorageManager_UpdatePathHashTable();
+    void *content = nullptr;
+    ASSERT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Old/O/V", &content, nullptr));
+    EXPECT_EQ(3, *static_cast<std::int32_t *>(content)) << "a path that is filed anew leads to the new variable";
+}
+
+// A path outlives its region: what it leads to may be freed.
+TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouchingFreedMemory) {
+    registerOwned("Gone", 5);
     update();
     CVariable *before = nullptr;
     ASSERT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Gone/O/V", &before));
@@ -236,6 +278,99 @@ TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouch
                                  "Could not get content address for variable using path Gone/O/V", eAF_E_FAILED}));
     EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, &size));
     EXPECT_EQ(lo->content, content) << "the others go on";
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_AfterARegionWasRemoved_StillReachesIntoArraysAndLoops) {
+    CStorageRegion *region = tree.region("Array", 1);
+    CStorageManager_RegisterRegion(region);
+    CStorageObject *object = tree.objectIn(region, "O");
+    auto &elements = tree.objectArray(object, "Es", {"", "E1", ""});
+    elements[2] = object; // leads back
+    CVariable *deep = tree.integer(tree.nested(elements[1], "N"), "Deep", 5);
+    CVariable *behind = tree.integer(object, "Behind", 6);
+    CStorageManager_RegisterRegion(tree.region("Gone", 1));
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    void *content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Array/O/E1/N/Deep", &content, nullptr));
+    EXPECT_EQ(deep->content, content);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Array/O/Behind", &content, nullptr));
+    EXPECT_EQ(behind->content, content);
+    elements[2] = nullptr;
+}
+
+TEST_F(VariableLookup, WithoutALocation_TheOutPointerIsLeft) {
+    CStorageManager_Uninitialize();
+    TraceRecorder::reset();
+    CVariable *found = &sentinel;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByName("Same", &found));
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath("Cfg/Radio/Same", &found));
+    EXPECT_EQ(&sentinel, found);
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageManager_GetVariableByName", "Could not find variable with name Same",
+                                 eAF_E_UNKNOWN_VARIABLE}));
+}
+
+TEST_F(VariableLookup, ByPath_OfAPathInTwoLocations_TakesTheEarlierRegisteredOne) {
+    CStorageRegion *region = tree.region("Cfg", 2);
+    CStorageManager_RegisterRegion(region);
+    tree.integer(tree.objectIn(region, "Radio"), "Same", 9);
+    update();
+    CVariable *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("Cfg/Radio/Same", &found));
+    EXPECT_EQ(sameInFirst, found);
+    EXPECT_THAT(TraceRecorder::lines(), IsEmpty()) << "the second is not asked";
+}
+
+TEST_F(VariableLookup, ByPath_ADatabaseWithoutPaths_IsPassedOverWithoutATrace) {
+    CStorageManager_RegisterLocation(3, "Empty", 4, 0);
+    update();
+    CVariable *found = &sentinel;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableByPath("No", &found));
+    EXPECT_EQ(nullptr, found) << "from those that have some";
+    EXPECT_EQ(2u, TraceRecorder::lines().size());
+}
+
+TEST_F(VariableLookup, AllFour_AreLoggedWithoutAPathOrName) {
+    update();
+    CVariable *found = nullptr;
+    void *content = nullptr;
+    for (const char *nothing : {static_cast<const char *>(nullptr), ""}) {
+        TraceRecorder::reset();
+        CStorageManager_GetVariableByPath(nothing, &found);
+        CStorageManager_GetVariableContentAddressByPath(nothing, &content, nullptr);
+        CStorageManager_GetVariableByName(nothing, &found);
+        CStorageManager_GetVariableContentAddressByName(nothing, &content, nullptr);
+        EXPECT_THAT(
+            accesses(),
+            ElementsAre("CStorageManager_GetVariableByPath: ", "CStorageManager_GetVariableContentAddressByPath: ",
+                        "CStorageManager_GetVariableByName: ", "CStorageManager_GetVariableContentAddressByName: "));
+    }
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_AfterARemoval_StillAnswersForEveryLocation) {
+    CStorageManager_RegisterRegion(tree.region("Gone", 1));
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    void *content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cal/P/Only", &content, nullptr));
+    EXPECT_EQ(onlyInSecond->content, content);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, nullptr));
+    EXPECT_EQ(lo->content, content);
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_AfterARemoval_SeesIntoArraysAndPastObjectsWithinThemselves) {
+    CStorageRegion *region = tree.region("Deep", 2);
+    CStorageManager_RegisterRegion(region);
+    CStorageObject *object = tree.objectIn(region, "O");
+    tree.variable(object, {object, TYPE_OBJECT, 1, "Self", nullptr});
+    CVariable *inArray = tree.integer(tree.objectArray(object, "Channels", {"", "C1"}).at(1), "Lo");
+    CStorageManager_RegisterRegion(tree.region("Gone", 1));
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    void *content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Deep/O/C1/Lo", &content, nullptr));
+    EXPECT_EQ(inArray->content, content);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "RefusedNew.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -7,14 +8,23 @@ namespace {
 
 thread_local bool isArmed;
 thread_local int allowed;
+thread_local bool isLasting;
 thread_local bool isRefused;
+std::atomic<std::int64_t> alive;
 
 void *allocate(std::size_t size) noexcept {
-    if (isArmed && !isRefused && allowed-- == 0) {
+    if (isArmed && (isRefused ? isLasting : allowed-- == 0)) {
         isRefused = true;
         return nullptr;
     }
-    return std::malloc(size == 0 ? 1 : size);
+    void *block = std::malloc(size == 0 ? 1 : size);
+    alive += block != nullptr ? 1 : 0;
+    return block;
+}
+
+void release(void *block) noexcept {
+    alive -= block != nullptr ? 1 : 0;
+    std::free(block);
 }
 
 void *allocateOrThrow(std::size_t size) {
@@ -39,28 +49,29 @@ void *operator new[](std::size_t size, const std::nothrow_t & /*tag*/) noexcept 
     return allocate(size);
 }
 void operator delete(void *block) noexcept {
-    std::free(block);
+    release(block);
 }
 void operator delete[](void *block) noexcept {
-    std::free(block);
+    release(block);
 }
 void operator delete(void *block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    release(block);
 }
 void operator delete[](void *block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    release(block);
 }
 void operator delete(void *block, const std::nothrow_t & /*tag*/) noexcept {
-    std::free(block);
+    release(block);
 }
 void operator delete[](void *block, const std::nothrow_t & /*tag*/) noexcept {
-    std::free(block);
+    release(block);
 }
 
 namespace test {
 
-RefusedNew::RefusedNew(int howManyAllowed) {
+RefusedNew::RefusedNew(int howManyAllowed, Later later) {
     allowed = howManyAllowed;
+    isLasting = later == Later::failToo;
     isRefused = false;
     isArmed = true;
 }
@@ -71,6 +82,10 @@ RefusedNew::~RefusedNew() {
 
 bool RefusedNew::wasRefused() const {
     return isRefused;
+}
+
+std::int64_t blocksAlive() {
+    return alive;
 }
 
 } // namespace test

@@ -1,14 +1,15 @@
 #include "FileFormat.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
 
-#include "FileStoreFixture.h"
+#include "FileStoreFixture.h" // what prints a value
 
 namespace {
 
@@ -17,7 +18,6 @@ using storage::StoredValue;
 using storage::StoredValues;
 using storage::StoreState;
 using storage::unpackStore;
-using test::FileStoreFixture;
 
 /// Writes the format as its page has it, in either byte order.
 class ByHand {
@@ -101,6 +101,30 @@ TEST(FileFormat, AFileOfTheOtherByteOrder_Loads) {
     EXPECT_EQ(expectedValues(), store.values);
 }
 
+class FileOfAnotherMachine : public test::FileStoreFixture, public testing::WithParamInterface<const char *> {
+protected:
+    FileOfAnotherMachine() {
+        const Bytes foreign = storeByHand(true); // and of 32 bits
+        test::writeBytes(in(GetParam()), {foreign.begin(), foreign.end()});
+    }
+};
+INSTANTIATE_TEST_SUITE_P(As, FileOfAnotherMachine, testing::Values("s", "s.1"));
+
+TEST_P(FileOfAnotherMachine, IsReadAndSucceededByOneOfThisMachines) {
+    EAFResult code = eAF_E_FAILED;
+    EXPECT_EQ(expectedValues(), read(code));
+    EXPECT_EQ(eAF_S_OK, code);
+    EXPECT_EQ(GetParam() == std::string("s") ? 0u : 1u, messages.complaints().size()) << "that the newest is missing";
+    ASSERT_EQ(eAF_S_OK, write({value(5)}));
+    StoredValues all = expectedValues();
+    all.push_back(value(5));
+    const std::string bytes = test::bytesOf(file);
+    const Bytes expected = storage::packStore(all, 10);
+    EXPECT_EQ(std::string(expected.begin(), expected.end()), bytes);
+    const Bytes foreign = storeByHand(true);
+    EXPECT_EQ(std::string(foreign.begin(), foreign.end()), test::bytesOf(in("s.1"))) << "kept as it came";
+}
+
 TEST(FileFormat, EveryTypeOfTheOtherByteOrder_IsSwappedByItsElements) {
     for (std::uint32_t type = 0; type <= TYPE_DOUBLE_ARRAY; ++type) {
         StoredValues values{{"V", static_cast<EVariableType>(type), 1, {}}};
@@ -124,6 +148,7 @@ TEST(FileFormat, EveryTypeOfTheOtherByteOrder_IsSwappedByItsElements) {
 
 TEST(FileFormat, ANewerVersion_IsRecognised) {
     EXPECT_EQ(StoreState::newer, unpackStore(storeByHand(false, 2)).state);
+    EXPECT_EQ(StoreState::newer, unpackStore(storeByHand(true, 2)).state);
 }
 
 TEST(FileFormat, AnEmptyStore_IsWhole) {
@@ -133,48 +158,92 @@ TEST(FileFormat, AnEmptyStore_IsWhole) {
     EXPECT_TRUE(store.values.empty());
 }
 
-class FileStoreGenerations : public FileStoreFixture {};
-
-TEST_F(FileStoreGenerations, EachStore_KeepsTheOneBeforeAsTheSecondCopy) {
-    for (std::int32_t i = 1; i <= 3; ++i) {
-        ASSERT_EQ(eAF_S_OK, write({value(i)}));
+/// The bytes of the page's dump.
+Bytes exampleOfThePage() {
+    std::ifstream page(FORMAT_PAGE);
+    Bytes bytes;
+    bool isInDump = false;
+    for (std::string line; std::getline(page, line);) {
+        if (line == "```hexdump") {
+            isInDump = true;
+        } else if (isInDump && line == "```") {
+            break;
+        } else if (isInDump) {
+            std::istringstream numbers(line);
+            std::string offset;
+            numbers >> offset >> std::hex;
+            EXPECT_EQ(bytes.size(), std::stoul(offset, nullptr, 16)) << line;
+            for (unsigned number = 0; numbers >> number;) {
+                bytes.push_back(static_cast<unsigned char>(number));
+            }
+        }
     }
-    const auto found = files();
-    EXPECT_EQ(2u, found.size());
-    const auto generationOf = [&](const std::string &name) {
-        const std::string &bytes = found.at(name);
-        return unpackStore({bytes.begin(), bytes.end()});
-    };
-    EXPECT_EQ(3u, generationOf("s").generation);
-    EXPECT_EQ(StoredValues{value(3)}, generationOf("s").values);
-    EXPECT_EQ(2u, generationOf("s.1").generation);
-    EXPECT_EQ(StoredValues{value(2)}, generationOf("s.1").values);
+    return bytes;
 }
 
-TEST_F(FileStoreGenerations, NothingToWrite_TouchesNoFile) {
-    ASSERT_EQ(eAF_S_OK, write({}));
-    EXPECT_TRUE(files().empty());
+TEST(FileFormat, TheExampleOfThePage_IsTheStoreThatThePageSays) {
+    const Bytes bytes = exampleOfThePage();
+    const auto store = unpackStore(bytes);
+    ASSERT_EQ(StoreState::whole, store.state) << store.why;
+    EXPECT_EQ(7u, store.generation);
+    StoredValue gain{"Cfg/Radio/Gain", TYPE_INT32, 1, Bytes(4)};
+    const std::int32_t minusTwelve = -12;
+    std::memcpy(gain.content.data(), &minusTwelve, sizeof minusTwelve);
+    StoredValue lo{"Cfg/Radio/Lo", TYPE_INT16_ARRAY, 2, Bytes(4)};
+    const std::int16_t numbers[] = {1, 300};
+    std::memcpy(lo.content.data(), numbers, sizeof numbers);
+    EXPECT_EQ((StoredValues{gain, lo}), store.values);
+    const std::uint16_t one = 1;
+    unsigned char firstByte = 0;
+    std::memcpy(&firstByte, &one, 1);
+    if (firstByte == 1 && sizeof(void *) == 8) {
+        EXPECT_EQ(bytes, storage::packStore({gain, lo}, 7)) << "the machine that the page speaks of";
+    }
 }
 
-TEST_F(FileStoreGenerations, ALeftoverOfAKilledHost_IsIgnoredAndRemoved) {
-    ASSERT_EQ(eAF_S_OK, write({value(1)}));
-    test::writeBytes(in("s.new"), "half of somethi");
-    EAFResult code = eAF_E_FAILED;
-    EXPECT_EQ(1, readOne(code));
-    EXPECT_EQ(1u, files().size());
-    EXPECT_TRUE(messages.texts.empty());
+TEST(FileFormat, TwoRecordsOfOnePath_AreDamage) {
+    const auto store = unpackStore(storage::packStore({{"V", TYPE_INT8, 1, {1}}, {"V", TYPE_INT8, 1, {2}}}, 1));
+    EXPECT_EQ(StoreState::damaged, store.state);
+    EXPECT_EQ("it has two records of the path V", store.why);
+    EXPECT_TRUE(store.values.empty());
 }
 
-TEST_F(FileStoreGenerations, AFileOfANewerVersion_IsLeftAlone) {
-    const Bytes newer = storeByHand(false, 2);
-    test::writeBytes(file, {newer.begin(), newer.end()});
-    EAFResult code = eAF_S_OK;
-    read(code);
-    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, code);
-    EXPECT_THAT(messages.texts, testing::ElementsAre(testing::HasSubstr("format version 2")));
-    EXPECT_EQ(std::string(newer.begin(), newer.end()), test::bytesOf(file));
-    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, write({value(1)}));
-    EXPECT_EQ(std::string(newer.begin(), newer.end()), test::bytesOf(file));
+TEST(FileFormat, ATypeThatIsNotPlain_IsDamage) {
+    for (const std::uint32_t type : {21U, 22U, 0xFFFFFFFFU}) {
+        ByHand byHand(false);
+        byHand.text("ZAFSTORE").number(0x01020304U).number(1U).number(64U).number(1U).number(std::uint64_t{1});
+        byHand.number(std::uint64_t{44 + 25 + 4}).checksum(0);
+        byHand.number(21U);
+        const std::size_t begin = byHand.size();
+        byHand.number(type).number(1U).number(1U).text("V").text("abcd").checksum(begin);
+        byHand.checksum(0);
+        const auto store = unpackStore(byHand.bytes());
+        EXPECT_EQ(StoreState::damaged, store.state);
+        EXPECT_EQ("record 0 is damaged: its type " + std::to_string(type) + " is unknown", store.why);
+    }
+}
+
+TEST(FileFormat, WhatEndsWithinTheBeginning_IsDamagedAndWhatBeginsOtherwiseIsNoStore) {
+    const Bytes whole = storage::packStore({}, 1);
+    EXPECT_EQ(StoreState::damaged, unpackStore({}).state);
+    for (std::size_t length = 1; length < whole.size(); ++length) {
+        Bytes bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_EQ(StoreState::damaged, unpackStore(bytes).state) << length;
+        bytes[std::min<std::size_t>(length, 8) - 1] ^= 0x20U;
+        EXPECT_EQ(StoreState::notAStore, unpackStore(bytes).state) << length;
+    }
+}
+
+TEST(FileFormat, PackedSize_IsTheSizeOfWhatIsPacked) {
+    EXPECT_EQ(48u, storage::packedSize({}));
+    EXPECT_EQ(storage::packStore(expectedValues(), 1).size(), storage::packedSize(expectedValues()));
+}
+
+TEST(FileFormat, PathsOfAnyBytes_ComeBack) {
+    const StoredValues values{{"", TYPE_INT8, 1, {1}},
+                              {std::string("\0\n\xFF%s/ \"'", 9), TYPE_INT8, 1, {2}},
+                              {std::string(70000, 'p'), TYPE_UINT8_ARRAY, 0, {}}};
+    EXPECT_EQ(values, unpackStore(storage::packStore(values, 1)).values);
 }
 
 } // namespace

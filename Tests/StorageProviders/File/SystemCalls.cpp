@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <map>
+#include <set>
 
 namespace {
 
@@ -18,101 +21,165 @@ struct State {
     std::map<int, std::uint64_t> offsets;
     std::vector<test::Change> changes;
     std::vector<std::string> calls;
-    int failing = -1;
+    std::size_t failing = SIZE_MAX;
+    test::SystemCalls::Lasting lasting = test::SystemCalls::Lasting::once;
     int error = 0;
-    bool areShort = false;
-    bool wasInterrupted = false;
+    std::string failingCall;
+    bool isInterrupting = false;
+    bool isTakingNothing = false;
+    std::set<std::string> interrupted; ///< Calls that come again.
     std::uint64_t bytes = 0;
+    std::size_t failures = 0;
 };
 
-State &state() {
-    static auto &state = *new State;
-    return state;
-}
+State *watching; ///< Nothing is looked at without: a sanitizer calls before anything can be made.
 
 template <class Function>
 Function *systems(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-/// @return whether the name is one of the folder's files. @param file  receives its name there.
+/// @return whether the name is the folder, or of one of its files. @param file  receives its name there.
 bool isWatched(const char *name, std::string &file) {
-    const std::string whole = name;
-    if (state().folder.empty() || whole.rfind(state().folder, 0) != 0) {
+    if (watching == nullptr) {
         return false;
     }
-    file = whole == state().folder ? "" : whole.substr(state().folder.size() + 1);
-    return file.find(".lock") == std::string::npos;
+    const std::string &folder = watching->folder;
+    if (std::strncmp(name, folder.c_str(), folder.size()) != 0) {
+        return false;
+    }
+    const char *rest = name + folder.size();
+    file = *rest == '/' ? rest + 1 : "";
+    return *rest == '/' || *rest == '\0';
 }
 
-bool isFailing(const char *call) {
-    state().calls.emplace_back(call);
-    if (state().failing != static_cast<int>(state().calls.size()) - 1) {
+bool isWatched(int descriptor, std::string &file) {
+    if (watching == nullptr || watching->open.count(descriptor) == 0) {
         return false;
     }
-    errno = state().error;
+    file = watching->open[descriptor];
     return true;
+}
+
+bool isLockFile(const std::string &file) {
+    return file.size() > 5 && file.compare(file.size() - 5, 5, ".lock") == 0;
+}
+
+/// Counts a call. @return whether it is to fail; errno says with what.
+bool isFailing(const std::string &call, const std::string &file) {
+    const std::size_t number = watching->calls.size();
+    watching->calls.push_back(file.empty() ? call : call + " " + file);
+    const bool isNumbered = watching->lasting == test::SystemCalls::Lasting::once ? number == watching->failing
+                                                                                  : number >= watching->failing;
+    if (!isNumbered && call != watching->failingCall && watching->calls.back() != watching->failingCall) {
+        return false;
+    }
+    ++watching->failures;
+    errno = watching->error;
+    return true;
+}
+
+/// Every second call of a kind is let through.
+bool isInterrupted(const std::string &call, const std::string &file) {
+    if (!watching->isInterrupting || isLockFile(file) || watching->interrupted.erase(call) != 0) {
+        return false;
+    }
+    watching->interrupted.insert(call);
+    ++watching->failures;
+    errno = EINTR;
+    return true;
+}
+
+void note(test::Change change) {
+    if (!isLockFile(change.file)) {
+        watching->changes.push_back(std::move(change));
+    }
+}
+
+size_t half(size_t length) {
+    return watching->isInterrupting && length > 1 ? length / 2 : length;
 }
 
 } // namespace
 
 namespace test {
 
-void SystemCalls::watch(const std::string &folder) {
-    state().folder = folder;
-    reset();
-    fail(-1, 0);
+SystemCalls::SystemCalls(const std::string &folder) {
+    auto *state = new State;
+    state->folder = folder;
+    watching = state;
 }
-void SystemCalls::ignore() {
-    state().folder.clear();
-    state().areShort = false;
-    fail(-1, 0);
+
+SystemCalls::~SystemCalls() {
+    const State *state = watching;
+    watching = nullptr;
+    delete state;
 }
-void SystemCalls::reset() {
-    state().changes.clear();
-    state().bytes = 0;
+
+void SystemCalls::fail(std::size_t number, int error, Lasting lasting) {
+    watching->failing = number;
+    watching->error = error;
+    watching->lasting = lasting;
 }
-const std::vector<Change> &SystemCalls::changes() {
-    return state().changes;
+
+void SystemCalls::failEach(const std::string &call, int error) {
+    watching->failingCall = call;
+    watching->error = error;
 }
-void SystemCalls::fail(int number, int error) {
-    state().failing = number;
-    state().error = error;
-    state().calls.clear();
+
+void SystemCalls::interrupt() {
+    watching->isInterrupting = true;
 }
-const std::vector<std::string> &SystemCalls::calls() {
-    return state().calls;
+
+void SystemCalls::takeNothing() {
+    watching->isTakingNothing = true;
 }
-void SystemCalls::shortWrites(bool areShort) {
-    state().areShort = areShort;
+
+const std::vector<std::string> &SystemCalls::calls() const {
+    return watching->calls;
 }
-std::uint64_t SystemCalls::bytesWritten() {
-    return state().bytes;
+
+const std::vector<Change> &SystemCalls::changes() const {
+    return watching->changes;
+}
+
+std::uint64_t SystemCalls::bytesWritten() const {
+    return watching->bytes;
+}
+
+std::size_t SystemCalls::failures() const {
+    return watching->failures;
 }
 
 } // namespace test
 
+// The definitions below are the system's, whose headers name the parameters in its reserved way.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+using test::Change;
+
 extern "C" {
 
 int open(const char *name, int flags, ...) {
-    va_list arguments;
+    std::va_list arguments;
     va_start(arguments, flags);
-    const mode_t mode = va_arg(arguments, mode_t);
+    // The analyzer does not see through va_start here.
+    const mode_t mode =
+        (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
     static auto *const own = systems<int(const char *, int, ...)>("open");
     std::string file;
     if (!isWatched(name, file)) {
         return own(name, flags, mode);
     }
-    if (isFailing("open")) {
+    if (isInterrupted("open", file) || isFailing("open", file)) {
         return -1;
     }
     const int descriptor = own(name, flags, mode);
     if (descriptor != -1) {
-        state().open[descriptor] = file;
-        state().offsets[descriptor] = 0;
+        watching->open[descriptor] = file;
+        watching->offsets[descriptor] = 0;
         if ((flags & O_CREAT) != 0) {
-            state().changes.push_back({test::Change::create, file, "", 0});
+            note({Change::create, file, "", 0});
         }
     }
     return descriptor;
@@ -122,8 +189,12 @@ int open64(const char *name, int flags, ...) __attribute__((alias("open")));
 
 int close(int descriptor) {
     static auto *const own = systems<int(int)>("close");
-    const bool isOurs = state().open.erase(descriptor) != 0;
-    const bool fails = isOurs && isFailing("close");
+    std::string file;
+    if (!isWatched(descriptor, file)) {
+        return own(descriptor);
+    }
+    watching->open.erase(descriptor);
+    const bool fails = isInterrupted("close", file) || isFailing("close", file);
     const int error = errno;
     const int result = own(descriptor); // a descriptor is gone also when its close failed
     errno = fails ? error : errno;
@@ -132,63 +203,123 @@ int close(int descriptor) {
 
 ssize_t read(int descriptor, void *bytes, size_t length) {
     static auto *const own = systems<ssize_t(int, void *, size_t)>("read");
-    return state().open.count(descriptor) != 0 && isFailing("read") ? -1 : own(descriptor, bytes, length);
+    std::string file;
+    if (!isWatched(descriptor, file)) {
+        return own(descriptor, bytes, length);
+    }
+    return isInterrupted("read", file) || isFailing("read", file) ? -1 : own(descriptor, bytes, half(length));
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t length) {
     static auto *const own = systems<ssize_t(int, const void *, size_t)>("write");
-    const auto found = state().open.find(descriptor);
-    if (found == state().open.end()) {
+    std::string file;
+    if (!isWatched(descriptor, file)) {
         return own(descriptor, bytes, length);
     }
-    if (isFailing("write")) {
+    if (isInterrupted("write", file) || isFailing("write", file)) {
         return -1;
     }
-    if (state().areShort && length > 1) {
-        state().wasInterrupted = !state().wasInterrupted;
-        if (state().wasInterrupted) {
-            errno = EINTR;
-            return -1;
-        }
-        length /= 2;
-    }
-    const ssize_t written = own(descriptor, bytes, length);
+    const ssize_t written = watching->isTakingNothing ? 0 : own(descriptor, bytes, half(length));
     if (written > 0) {
-        std::uint64_t &offset = state().offsets[descriptor];
-        state().changes.push_back({test::Change::write, found->second,
-                                   std::string(static_cast<const char *>(bytes), static_cast<std::size_t>(written)),
-                                   offset});
+        std::uint64_t &offset = watching->offsets[descriptor];
+        note({Change::write, file, std::string(static_cast<const char *>(bytes), static_cast<std::size_t>(written)),
+              offset});
         offset += static_cast<std::uint64_t>(written);
-        state().bytes += static_cast<std::uint64_t>(written);
+        watching->bytes += static_cast<std::uint64_t>(written);
     }
     return written;
 }
 
+ssize_t pread(int descriptor, void *bytes, size_t length, off_t offset) {
+    static auto *const own = systems<ssize_t(int, void *, size_t, off_t)>("pread");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("pread", file) ? -1 : own(descriptor, bytes, length, offset);
+}
+
+ssize_t pwrite(int descriptor, const void *bytes, size_t length, off_t offset) {
+    static auto *const own = systems<ssize_t(int, const void *, size_t, off_t)>("pwrite");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("pwrite", file) ? -1 : own(descriptor, bytes, length, offset);
+}
+
+int ftruncate(int descriptor, off_t length) noexcept {
+    static auto *const own = systems<int(int, off_t)>("ftruncate");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("ftruncate", file) ? -1 : own(descriptor, length);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    std::va_list arguments;
+    va_start(arguments, command);
+    void *argument = va_arg(arguments, void *); // NOLINT(clang-analyzer-valist.Uninitialized)
+    va_end(arguments);
+    static auto *const own = systems<int(int, int, ...)>("fcntl");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("fcntl", file) ? -1 : own(descriptor, command, argument);
+}
+
+int fcntl64(int descriptor, int command, ...) __attribute__((alias("fcntl")));
+
 int fdatasync(int descriptor) {
     static auto *const own = systems<int(int)>("fdatasync");
-    const auto found = state().open.find(descriptor);
-    if (found == state().open.end()) {
+    std::string file;
+    if (!isWatched(descriptor, file)) {
         return own(descriptor);
     }
-    if (isFailing("fdatasync")) {
+    if (isInterrupted("fdatasync", file) || isFailing("fdatasync", file)) {
         return -1;
     }
-    state().changes.push_back({test::Change::syncFile, found->second, "", 0});
+    note({Change::syncFile, file, "", 0});
     return 0;
 }
 
 int fsync(int descriptor) {
     static auto *const own = systems<int(int)>("fsync");
-    const auto found = state().open.find(descriptor);
-    if (found == state().open.end()) {
+    std::string file;
+    if (!isWatched(descriptor, file)) {
         return own(descriptor);
     }
-    if (isFailing("fsync")) {
+    if (isInterrupted("fsync", file) || isFailing("fsync", file)) {
         return -1;
     }
-    state().changes.push_back(
-        {found->second.empty() ? test::Change::syncFolder : test::Change::syncFile, found->second, "", 0});
+    note({file.empty() ? Change::syncFolder : Change::syncFile, file, "", 0});
     return 0;
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+    static auto *const own = systems<int(int, mode_t)>("fchmod");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("fchmod", file) ? -1 : own(descriptor, mode);
+}
+
+int fchown(int descriptor, uid_t owner, gid_t group) noexcept {
+    static auto *const own = systems<int(int, uid_t, gid_t)>("fchown");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("fchown", file) ? -1 : own(descriptor, owner, group);
+}
+
+int stat(const char *name, struct stat *status) noexcept {
+    static auto *const own = systems<int(const char *, struct stat *)>("stat");
+    std::string file;
+    return isWatched(name, file) && isFailing("stat", file) ? -1 : own(name, status);
+}
+
+int lstat(const char *name, struct stat *status) noexcept {
+    static auto *const own = systems<int(const char *, struct stat *)>("lstat");
+    std::string file;
+    return isWatched(name, file) && isFailing("lstat", file) ? -1 : own(name, status);
+}
+
+int fstat(int descriptor, struct stat *status) noexcept {
+    static auto *const own = systems<int(int, struct stat *)>("fstat");
+    std::string file;
+    return isWatched(descriptor, file) && isFailing("fstat", file) ? -1 : own(descriptor, status);
+}
+
+int faccessat(int folder, const char *name, int mode, int flags) noexcept {
+    static auto *const own = systems<int(int, const char *, int, int)>("faccessat");
+    std::string file;
+    return isWatched(name, file) && isFailing("faccessat", file) ? -1 : own(folder, name, mode, flags);
 }
 
 int rename(const char *from, const char *to) noexcept {
@@ -198,12 +329,29 @@ int rename(const char *from, const char *to) noexcept {
     if (!isWatched(from, file) || !isWatched(to, other)) {
         return own(from, to);
     }
-    if (isFailing("rename")) {
+    if (isFailing("rename", file)) {
         return -1;
     }
     const int result = own(from, to);
     if (result == 0) {
-        state().changes.push_back({test::Change::rename, file, other, 0});
+        note({Change::rename, file, other, 0});
+    }
+    return result;
+}
+
+int link(const char *from, const char *to) noexcept {
+    static auto *const own = systems<int(const char *, const char *)>("link");
+    std::string file;
+    std::string other;
+    if (!isWatched(from, file) || !isWatched(to, other)) {
+        return own(from, to);
+    }
+    if (isFailing("link", file)) {
+        return -1;
+    }
+    const int result = own(from, to);
+    if (result == 0) {
+        note({Change::link, file, other, 0});
     }
     return result;
 }
@@ -214,15 +362,14 @@ int unlink(const char *name) noexcept {
     if (!isWatched(name, file)) {
         return own(name);
     }
+    if (isFailing("unlink", file)) {
+        return -1;
+    }
     const int result = own(name);
     if (result == 0) {
-        state().changes.push_back({test::Change::unlink, file, "", 0});
+        note({Change::unlink, file, "", 0});
     }
     return result;
 }
-
-int fstat(int descriptor, struct stat *status) noexcept {
-    static auto *const own = systems<int(int, struct stat *)>("fstat");
-    return state().open.count(descriptor) != 0 && isFailing("fstat") ? -1 : own(descriptor, status);
 }
-}
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

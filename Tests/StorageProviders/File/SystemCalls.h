@@ -1,41 +1,49 @@
 /// @file
-/// Takes the place of the system's calls on files of one folder: lets one fail, or notes what they did.
+/// Takes the place of the system's calls on files of one folder: lets some fail, or notes what they did.
+///
+/// Linking it into a program is enough: its definitions come before the C library's, also for the provider's shared
+/// object. Not for threads. Syncs of watched files are noted, not forwarded: a test must not wait for a disk.
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
 namespace test {
 
-/// One change that a store made to its folder, in order.
+/// One change that was made to the folder, in order; its lock files are left out.
 struct Change {
-    enum Kind { create, write, syncFile, rename, unlink, syncFolder };
+    enum Kind { create, write, syncFile, rename, link, unlink, syncFolder };
     Kind kind;
     std::string file;
-    std::string other; ///< A rename's new name; what was written.
-    std::uint64_t offset;
+    std::string other;    ///< The new name; what was written.
+    std::uint64_t offset; ///< Of a write.
 };
 
 class SystemCalls {
 public:
-    /// Calls on this folder's files are ours; its lock file is left out.
-    static void watch(const std::string &folder);
-    static void ignore();
+    /// Watches a folder while it lives: calls are counted from 0.
+    explicit SystemCalls(const std::string &folder);
+    ~SystemCalls();
+    SystemCalls(const SystemCalls &) = delete;
+    SystemCalls &operator=(const SystemCalls &) = delete;
 
-    /// Forgets the changes noted.
-    static void reset();
-    static const std::vector<Change> &changes();
+    enum class Lasting { once, forEver };
+    /// The call with this number fails, or it and all that follow.
+    void fail(std::size_t number, int error, Lasting lasting);
+    /// Calls of this name fail: "rename" of any file, "rename s" of that one.
+    void failEach(const std::string &call, int error);
+    /// Reads and writes take half of what they are given; each call that can be is interrupted first.
+    void interrupt();
+    /// Writes answer that they took no byte.
+    void takeNothing();
 
-    /// The call with this number (counted from 0 since) fails with an error; -1: none.
-    static void fail(int number, int error);
-    /// Calls that could have failed since fail was asked for; each name in order.
-    static const std::vector<std::string> &calls();
-    /// A write of more than a byte takes only half of it, every second one is interrupted first.
-    static void shortWrites(bool areShort);
-
-    static std::uint64_t bytesWritten();
+    /// The calls since, as "rename", "open s.new".
+    const std::vector<std::string> &calls() const;
+    const std::vector<Change> &changes() const;
+    std::uint64_t bytesWritten() const;
+    /// How many calls were made to fail.
+    std::size_t failures() const;
 };
 
 } // namespace test
