@@ -262,5 +262,16 @@ TEST_F(StoreTool, AStoreThatWasCutShortWhereNothingCanBeWritten_IsUnfinished) {
     EXPECT_EQ(bytes, bytesOf(in("a")));
 }
 
+TEST_F(StoreTool, TheGenerationBefore_LiesBesideTheFileThatALinkNames) {
+    fs::create_directory(in("data"));
+    make("data/x", false, radio());
+    make("data/x", false, {single<std::int32_t>("Cfg/Radio/Gain", TYPE_INT32, 21)});
+    fs::create_symlink("data/x", in("x"));
+    std::ofstream(in("data/x")) << "overwritten from its first byte on";
+    EXPECT_EQ("20\n", tool("get x Cfg/Radio/Gain").out);
+    EXPECT_EQ(5, tool("set x Cfg/Radio/Gain 5").exitCode);
+    EXPECT_EQ(2, tool("dump x data/x.1").exitCode);
+}
+
 } // namespace
 } // namespace storetool

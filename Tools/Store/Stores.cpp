@@ -135,6 +135,11 @@ OpenStore readPatiently(const StoreName &name, Kind kind, Location location) {
     }
 }
 
+/// The generation before, which lies beside the file itself where the name is a link.
+std::string beforeOf(const std::string &file) {
+    return storage::resolvedName(file) + ".1";
+}
+
 /// Opening a pipe would wait for its other end.
 void checkRegular(const std::string &file) {
     struct stat status {};
@@ -144,7 +149,7 @@ void checkRegular(const std::string &file) {
 }
 
 Kind kindOf(const std::string &file) {
-    const std::string before = file + ".1";
+    const std::string before = beforeOf(file);
     checkRegular(file);
     checkRegular(before);
     if (!isThere(file)) {
@@ -167,11 +172,6 @@ Kind kindOf(const std::string &file) {
         return Kind::file;
     }
     throw Fault(ExitUnreadable, file + ": neither an SQLite database nor a store file");
-}
-
-std::filesystem::path canonicalOf(const std::string &file) {
-    std::error_code error;
-    return std::filesystem::weakly_canonical(std::filesystem::absolute(file, error), error);
 }
 
 } // namespace
@@ -203,16 +203,16 @@ bool isThere(const std::string &file) {
 }
 
 bool isStoreThere(const std::string &file) {
-    return isThere(file) || isThere(file + ".1");
+    return isThere(file) || isThere(beforeOf(file));
 }
 
 bool isPartOf(const std::string &file, const StoreName &store) {
-    const std::filesystem::path path = canonicalOf(file);
-    for (const std::string &name : {store.file, canonicalOf(store.file).string()}) {
+    const std::string path = storage::resolvedName(file);
+    for (const std::string &name : {store.file, storage::resolvedName(store.file)}) {
         for (const char *suffix : {"", ".1", ".new", ".lock", "-journal", "-wal", "-shm"}) {
             const std::string part = name + suffix;
             std::error_code error;
-            if (path == canonicalOf(part) || std::filesystem::equivalent(file, part, error)) {
+            if (path == storage::resolvedName(part) || std::filesystem::equivalent(file, part, error)) {
                 return true;
             }
         }
@@ -246,8 +246,9 @@ OpenStore makeStore(const StoreName &name, Kind kind) {
     if (isThere(name.file)) {
         throw Fault(ExitUsage, name.file + " is there already: name a new store");
     }
-    if (isThere(name.file + ".1")) {
-        throw Fault(ExitUsage, name.file + ".1 is there, the rest of another store: move it away, or name a new store");
+    const std::string before = beforeOf(name.file);
+    if (isThere(before)) {
+        throw Fault(ExitUsage, before + " is there, the rest of another store: move it away, or name a new store");
     }
     OpenStore opened = readStore(name, kind, Access::readWrite, Location::heldOrNew, ExitNotWritten);
     show(opened.warnings);
