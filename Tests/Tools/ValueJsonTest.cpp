@@ -193,4 +193,14 @@ TEST(ValueJsonTest, AReason_ShowsALongValueCut) {
     EXPECT_LT(reason.size(), 200u);
 }
 
+TEST(ValueJsonTest, AStringThatDoesNotFit_TakesNoMemory) {
+    for (const char *text : {R"({"hex":"00"})", R"({"hex":5})", "7"}) {
+        StoredValue value{"p", TYPE_STRING, 64U << 20, {}};
+        std::string reason;
+        EXPECT_FALSE(storage::fromJson(json::parse(text), value, reason));
+        EXPECT_EQ(0u, value.content.capacity()) << text;
+        EXPECT_NE(std::string::npos, reason.find("67108864 bytes")) << reason;
+    }
+}
+
 } // namespace

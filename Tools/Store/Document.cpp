@@ -15,6 +15,8 @@ using storage::StoredValue;
 using storage::StoredValues;
 
 constexpr int documentVersion = 1;
+constexpr int deepestNesting = 8;                                 ///< A document's own is 3.
+constexpr std::uint64_t largestDocument = std::uint64_t{1} << 30; ///< As much as a store file holds.
 
 /// As a content of its own: the hexadecimal form of bytes that are no text is known there.
 StoredValue asString(const std::string &bytes) {
@@ -41,7 +43,8 @@ std::string pathFrom(const json &entry, const std::string &file, std::size_t ind
     throw faultAt(file, index, "its \"path\" is missing or no text");
 }
 
-StoredValue valueFrom(const json &entry, const std::string &file, std::size_t index) {
+/// All of the value but its content.
+StoredValue describedBy(const json &entry, const std::string &file, std::size_t index) {
     if (!entry.is_object()) {
         throw faultAt(file, index, "it is no object");
     }
@@ -57,12 +60,36 @@ StoredValue valueFrom(const json &entry, const std::string &file, std::size_t in
         throw faultAt(file, index, shownPath(value.path) + ": its \"count\" is missing or no element count");
     }
     value.noOfElements = count->get<std::uint32_t>();
+    return value;
+}
+
+void fill(StoredValue &value, const json &entry, const std::string &file, std::size_t index) {
     const auto content = entry.find("value");
     std::string reason = "its \"value\" is missing";
     if (content == entry.end() || !storage::fromJson(*content, value, reason)) {
         throw faultAt(file, index, shownPath(value.path) + ": " + reason);
     }
-    return value;
+}
+
+/// Before any of them takes memory.
+void checkSizes(const StoredValues &values, const std::string &file) {
+    std::uint64_t size = 0;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::uint64_t own = storage::contentSize(values[i].type, values[i].noOfElements);
+        size += own <= storage::largestContent ? own : 0; // filling it will tell
+        if (size > largestDocument) {
+            throw faultAt(file, i,
+                          shownPath(values[i].path) + ": with it the values have more than " +
+                              std::to_string(largestDocument) + " bytes together");
+        }
+    }
+}
+
+/// The library's text without its own name for the kind of error.
+std::string textOf(const json::exception &error) {
+    const std::string text = error.what();
+    const std::size_t end = text.find("] ");
+    return end == std::string::npos ? text : text.substr(end + 2);
 }
 
 } // namespace
@@ -79,13 +106,33 @@ ordered_json toDocument(const StoredValues &values) {
     return {{"format", "zaf-store"}, {"version", documentVersion}, {"variables", variables}};
 }
 
-StoredValues fromDocument(const std::string &text, const std::string &file) {
-    json document;
+json parseJson(const std::string &text, const std::string &file) {
+    constexpr int levelOfVariables = 1;
+    std::size_t variables = 0;
+    const auto follow = [&](int depth, json::parse_event_t event, const json &) {
+        if (depth > deepestNesting) {
+            throw Fault(ExitMisfit,
+                        file + ": no document: it is nested deeper than " + std::to_string(deepestNesting) + " levels");
+        }
+        if (event == json::parse_event_t::object_start && depth == levelOfVariables + 1) {
+            ++variables;
+        } else if (event == json::parse_event_t::array_end && depth == levelOfVariables) {
+            variables = 0;
+        }
+        return true;
+    };
     try {
-        document = json::parse(text);
+        return json::parse(text, follow);
     } catch (const json::parse_error &error) {
-        throw Fault(ExitMisfit, file + ": no JSON: " + error.what());
+        throw Fault(ExitMisfit, file + ": no JSON: " + textOf(error));
+    } catch (const json::exception &error) {
+        throw variables != 0 ? faultAt(file, variables - 1, textOf(error))
+                             : Fault(ExitMisfit, file + ": " + textOf(error));
     }
+}
+
+StoredValues fromDocument(const std::string &text, const std::string &file) {
+    const json document = parseJson(text, file);
     if (!document.is_object() || document.value("format", json()) != "zaf-store" || !document.contains("variables") ||
         !document["variables"].is_array()) {
         throw Fault(ExitMisfit, file + ": no document of a store; \"dump\" writes one");
@@ -94,13 +141,18 @@ StoredValues fromDocument(const std::string &text, const std::string &file) {
         throw Fault(ExitMisfit, file + ": its version is " + document.value("version", json()).dump() + ", known is " +
                                     std::to_string(documentVersion));
     }
+    const json &entries = document["variables"];
     StoredValues values;
     std::set<std::string> paths;
-    for (const json &entry : document["variables"]) {
-        values.push_back(valueFrom(entry, file, values.size()));
+    for (const json &entry : entries) {
+        values.push_back(describedBy(entry, file, values.size()));
         if (!paths.insert(values.back().path).second) {
             throw faultAt(file, values.size() - 1, shownPath(values.back().path) + " is there twice");
         }
+    }
+    checkSizes(values, file);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        fill(values[i], entries[i], file, i);
     }
     return values;
 }

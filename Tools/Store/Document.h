@@ -9,6 +9,9 @@
 
 nlohmann::ordered_json toDocument(const storage::StoredValues &values);
 
+/// JSON of others. @throws Fault where it is none, or is meant to fill the stack.
+nlohmann::json parseJson(const std::string &text, const std::string &file);
+
 /// @throws Fault when it is none, naming the place and what is wrong there.
 storage::StoredValues fromDocument(const std::string &text, const std::string &file);
 

@@ -4,9 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <vector>
+#include <filesystem>
+#include <thread>
+#include <utility>
 
 #include "Fault.h"
 #include "FileStore.h"
@@ -14,28 +18,37 @@
 
 namespace {
 
-constexpr unsigned long usualLocation = 1;
+using storage::Access;
 
-/// Shows warnings at once and keeps the last error for the fault.
+constexpr unsigned long usualLocation = 1;
+constexpr std::chrono::seconds patience{10};
+constexpr std::chrono::milliseconds pause{20};
+
+/// Keeps warnings until it is known that the attempt counts, and the last error for the fault.
 class Messages : public storage::Report {
 public:
     void add(storage::Severity severity, const std::string &text) override {
         if (severity == storage::Severity::warning) {
-            std::fprintf(stderr, "zaf-store: warning: %s\n", text.c_str());
-            ++noOfWarnings;
+            warnings.push_back(text);
         } else if (severity == storage::Severity::error) {
             error = text;
         }
     }
     std::string error;
-    unsigned noOfWarnings = 0;
+    std::vector<std::string> warnings;
 };
+
+void show(const std::vector<std::string> &warnings) {
+    for (const std::string &warning : warnings) {
+        std::fprintf(stderr, "zaf-store: warning: %s\n", warning.c_str());
+    }
+}
 
 ExitCode exitCodeOf(EAFResult code, ExitCode otherwise) {
     switch (code) {
     case eAF_E_ALREADY_INITIALIZED:
         return ExitInUse;
-    case eAF_E_WRONG_ACCESS:
+    case eAF_E_OUT_OF_MEMORY:
         return ExitNotWritten;
     default:
         return otherwise;
@@ -43,70 +56,104 @@ ExitCode exitCodeOf(EAFResult code, ExitCode otherwise) {
 }
 
 void check(EAFResult code, const Messages &messages, const std::string &file, ExitCode otherwise) {
-    if (code >= eAF_E_FAILED) {
-        throw Fault(exitCodeOf(code, otherwise),
-                    messages.error.empty() ? file + ": the store could not be used" : messages.error);
+    if (code < eAF_E_FAILED) {
+        return;
     }
+    const std::string unreported =
+        file + (code == eAF_E_OUT_OF_MEMORY ? ": no memory could be had" : ": the store could not be used");
+    throw Fault(exitCodeOf(code, otherwise), messages.error.empty() ? unreported : messages.error);
 }
 
-unsigned long locationOf(const StoreName &name) {
-    if (name.location) {
+std::string listOf(const std::vector<unsigned long> &locations) {
+    std::string list;
+    for (const unsigned long location : locations) {
+        list += " " + std::to_string(location);
+    }
+    return list;
+}
+
+unsigned long locationOf(const StoreName &name, Location location) {
+    if (name.location && location == Location::heldOrNew) {
         return *name.location;
     }
     Messages messages;
     std::vector<unsigned long> locations;
     check(storage::SqliteStore::locations(name.file, locations, messages), messages, name.file, ExitUnreadable);
-    if (locations.size() > 1) {
-        std::string list;
-        for (const unsigned long location : locations) {
-            list += " " + std::to_string(location);
+    if (name.location) {
+        if (std::find(locations.begin(), locations.end(), *name.location) == locations.end()) {
+            throw Fault(ExitNotFound, name.file + " holds no location " + std::to_string(*name.location) +
+                                          (locations.empty() ? ": it is empty" : ", but" + listOf(locations)));
         }
-        throw Fault(ExitUsage, name.file + " holds the locations" + list + ": say which with --location");
+        return *name.location;
+    }
+    if (locations.size() > 1) {
+        throw Fault(ExitUsage, name.file + " holds the locations" + listOf(locations) + ": say which with --location");
     }
     return locations.empty() ? usualLocation : locations[0];
 }
 
-std::unique_ptr<storage::VariableStore> storeOf(const StoreName &name, Kind kind) {
+void refuseLocation(const StoreName &name, Kind kind) {
+    if (kind == Kind::file && name.location) {
+        throw Fault(ExitUsage, name.file + " is a store file, which has no locations: leave the option out");
+    }
+}
+
+std::unique_ptr<storage::VariableStore> storeOf(const StoreName &name, Kind kind, Location location) {
+    refuseLocation(name, kind);
     if (kind == Kind::file) {
         return std::make_unique<storage::FileStore>(name.file);
     }
-    const unsigned long location = isThere(name.file) ? locationOf(name) : name.location.value_or(usualLocation);
-    return std::make_unique<storage::SqliteStore>(name.file, location);
+    const unsigned long id = isThere(name.file) ? locationOf(name, location) : name.location.value_or(usualLocation);
+    return std::make_unique<storage::SqliteStore>(name.file, id);
 }
 
-OpenStore readStore(const StoreName &name, Kind kind, storage::Access access) {
+/// @param otherwise  what a failure is that says nothing of itself.
+OpenStore readStore(const StoreName &name, Kind kind, Access access, Location location, ExitCode otherwise) {
     OpenStore opened;
-    opened.store = storeOf(name, kind);
+    opened.kind = kind;
+    opened.store = storeOf(name, kind, location);
     Messages messages;
-    check(opened.store->open(access, messages), messages, name.file, ExitUnreadable);
-    check(opened.store->read(opened.values, messages), messages, name.file, ExitUnreadable);
+    check(opened.store->open(access, messages), messages, name.file, otherwise);
+    check(opened.store->read(opened.values, messages), messages, name.file, otherwise);
     std::sort(opened.values.begin(), opened.values.end(), [](const auto &a, const auto &b) { return a.path < b.path; });
-    opened.noOfWarnings = messages.noOfWarnings;
+    opened.warnings = std::move(messages.warnings);
     return opened;
 }
 
-} // namespace
-
-const storage::StoredValue *OpenStore::find(const std::string &path) const {
-    const auto found =
-        std::lower_bound(values.begin(), values.end(), path,
-                         [](const auto &value, const std::string &wanted) { return value.path < wanted; });
-    return found != values.end() && found->path == path ? &*found : nullptr;
+/// A host that stores without pause leaves a reader little room between: who was unlucky has another go.
+OpenStore readPatiently(const StoreName &name, Kind kind, Location location) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        try {
+            return readStore(name, kind, Access::readOnly, location, ExitUnreadable);
+        } catch (const Fault &fault) {
+            if (fault.exitCode != ExitInUse || std::chrono::steady_clock::now() >= end) {
+                throw;
+            }
+        }
+        std::this_thread::sleep_for(pause);
+    }
 }
 
-void OpenStore::write(const storage::StoredValues &changes) {
-    Messages messages;
-    check(store->write(changes, messages), messages, store->name(), ExitNotWritten);
+/// The generation before, which lies beside the file itself where the name is a link.
+std::string beforeOf(const std::string &file) {
+    return storage::resolvedName(file) + ".1";
 }
 
-bool isThere(const std::string &file) {
+/// Opening a pipe would wait for its other end.
+void checkRegular(const std::string &file) {
     struct stat status {};
-    return stat(file.c_str(), &status) == 0;
+    if (stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw Fault(ExitUnreadable, file + ": it is no regular file, so it is no store");
+    }
 }
 
 Kind kindOf(const std::string &file) {
+    const std::string before = beforeOf(file);
+    checkRegular(file);
+    checkRegular(before);
     if (!isThere(file)) {
-        if (isThere(file + ".1")) {
+        if (isThere(before)) {
             return Kind::file; // the newest generation is missing, the one before it is there
         }
         throw Fault(ExitNotFound, file + ": there is no such store");
@@ -121,18 +168,76 @@ Kind kindOf(const std::string &file) {
     if (length == begin.size() && std::memcmp(begin.data(), "SQLite format 3", 16) == 0) {
         return Kind::sqlite;
     }
-    if ((length >= 8 && std::memcmp(begin.data(), "ZAFSTORE", 8) == 0) || isThere(file + ".1")) {
+    if ((length >= 8 && std::memcmp(begin.data(), "ZAFSTORE", 8) == 0) || isThere(before)) {
         return Kind::file;
     }
     throw Fault(ExitUnreadable, file + ": neither an SQLite database nor a store file");
 }
 
-OpenStore openStore(const StoreName &name, storage::Access access) {
-    const Kind kind = kindOf(name.file);
-    OpenStore opened = readStore(name, kind, storage::Access::readOnly);
-    if (access == storage::Access::readWrite) {
-        opened.store.reset();
-        opened = readStore(name, kind, access);
+} // namespace
+
+const storage::StoredValue *OpenStore::find(const std::string &path) const {
+    const auto found =
+        std::lower_bound(values.begin(), values.end(), path,
+                         [](const auto &value, const std::string &wanted) { return value.path < wanted; });
+    return found != values.end() && found->path == path ? &*found : nullptr;
+}
+
+bool OpenStore::isUnreadable(const std::string &path) const {
+    // A store only tells of what it could not read; it tells the path and, behind it, the row.
+    return std::any_of(warnings.begin(), warnings.end(), [&path](const std::string &warning) {
+        return warning.find(": " + path + " (row ") != std::string::npos;
+    });
+}
+
+void OpenStore::write(const storage::StoredValues &changes) {
+    Messages messages;
+    const EAFResult code = store->write(changes, messages);
+    show(messages.warnings);
+    check(code, messages, store->name(), ExitNotWritten);
+}
+
+bool isThere(const std::string &file) {
+    struct stat status {};
+    return stat(file.c_str(), &status) == 0;
+}
+
+bool isStoreThere(const std::string &file) {
+    return isThere(file) || isThere(beforeOf(file));
+}
+
+bool isPartOf(const std::string &file, const StoreName &store) {
+    const std::string path = storage::resolvedName(file);
+    for (const std::string &name : {store.file, storage::resolvedName(store.file)}) {
+        for (const char *suffix : {"", ".1", ".new", ".lock", "-journal", "-wal", "-shm"}) {
+            const std::string part = name + suffix;
+            std::error_code error;
+            if (path == storage::resolvedName(part) || std::filesystem::equivalent(file, part, error)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+OpenStore openStore(const StoreName &name, Location location) {
+    OpenStore opened = readPatiently(name, kindOf(name.file), location);
+    show(opened.warnings);
+    return opened;
+}
+
+OpenStore openToWrite(const StoreName &name, OpenStore seen) {
+    if (seen.kind == Kind::file && !seen.warnings.empty()) {
+        throw Fault(ExitUnreadable, name.file + ": nothing was written, because the store is damaged; \"convert\" "
+                                                "copies what can be read of it into a new one, the host's next start "
+                                                "mends it");
+    }
+    seen.store.reset();
+    OpenStore opened = readStore(name, seen.kind, Access::readWrite, Location::heldOrNew, ExitNotWritten);
+    for (const std::string &warning : opened.warnings) {
+        if (std::find(seen.warnings.begin(), seen.warnings.end(), warning) == seen.warnings.end()) {
+            show({warning});
+        }
     }
     return opened;
 }
@@ -141,5 +246,11 @@ OpenStore makeStore(const StoreName &name, Kind kind) {
     if (isThere(name.file)) {
         throw Fault(ExitUsage, name.file + " is there already: name a new store");
     }
-    return readStore(name, kind, storage::Access::readWrite);
+    const std::string before = beforeOf(name.file);
+    if (isThere(before)) {
+        throw Fault(ExitUsage, before + " is there, the rest of another store: move it away, or name a new store");
+    }
+    OpenStore opened = readStore(name, kind, Access::readWrite, Location::heldOrNew, ExitNotWritten);
+    show(opened.warnings);
+    return opened;
 }

@@ -99,10 +99,11 @@ std::string toHex(const std::vector<unsigned char> &content) {
     return hex;
 }
 
-bool bytesFromHex(const std::string &hex, std::vector<unsigned char> &content) {
-    if (hex.size() != content.size() * 2) {
+bool bytesFromHex(const std::string &hex, std::size_t size, std::vector<unsigned char> &content) {
+    if (hex.size() != size * 2) {
         return false;
     }
+    content.assign(size, 0);
     for (std::size_t i = 0; i < content.size(); ++i) {
         const char *begin = hex.data() + 2 * i;
         const auto read = std::from_chars(begin, begin + 2, content[i], 16);
@@ -113,21 +114,22 @@ bool bytesFromHex(const std::string &hex, std::vector<unsigned char> &content) {
     return true;
 }
 
-bool stringFromJson(const json &found, StoredValue &value, std::string &reason) {
+bool stringFromJson(const json &found, std::size_t size, StoredValue &value, std::string &reason) {
     if (found.is_string()) {
         const auto &text = found.get_ref<const std::string &>();
-        if (text.size() > value.content.size()) {
-            reason = "the text is " + std::to_string(text.size()) + " bytes long, there is room for " +
-                     std::to_string(value.content.size());
+        if (text.size() > size) {
+            reason =
+                "the text is " + std::to_string(text.size()) + " bytes long, there is room for " + std::to_string(size);
             return false;
         }
+        value.content.assign(size, 0);
         std::copy(text.begin(), text.end(), value.content.begin());
         return true;
     }
     const auto hex = found.is_object() ? found.find("hex") : found.end();
     if (!found.is_object() || hex == found.end() || !hex->is_string() ||
-        !bytesFromHex(hex->get_ref<const std::string &>(), value.content)) {
-        reason = "expected is a text, or {\"hex\": ...} of " + std::to_string(value.content.size()) + " bytes";
+        !bytesFromHex(hex->get_ref<const std::string &>(), size, value.content)) {
+        reason = "expected is a text, or {\"hex\": ...} of " + std::to_string(size) + " bytes";
         return false;
     }
     return true;
@@ -176,10 +178,11 @@ bool fromJson(const nlohmann::json &json, StoredValue &value, std::string &reaso
                  ", expected an array of " + std::to_string(value.noOfElements);
         return false;
     }
-    value.content.assign(static_cast<std::size_t>(size), 0);
+    // Memory is taken for what is there, not for what a document says is there.
     if (value.type == TYPE_STRING) {
-        return stringFromJson(json, value, reason);
+        return stringFromJson(json, static_cast<std::size_t>(size), value, reason);
     }
+    value.content.assign(static_cast<std::size_t>(size), 0);
     return withElementOf(value.type, [&](auto element) {
         for (std::size_t i = 0; i < value.content.size(); i += sizeof element) {
             const nlohmann::json &found = isArray(value.type) ? json[i / sizeof element] : json;

@@ -1,19 +1,26 @@
 // zaf-store: looks into the stores of the storage providers and mends them.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <functional>
 #include <map>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Fault.h"
+#include "Output.h"
 
 namespace {
 
 const char *const footer =
     "Exit codes: 0 done, 1 differences or faults were found, 2 usage, 3 no such store, path or location, 4 the store "
     "is\n"
-    "in use, 5 no store or a damaged one, 6 a value or document that does not fit, 7 the store could not be written.";
+    "in use, 5 no store or a damaged one, 6 a value or document that does not fit, 7 the store, or standard output,\n"
+    "could not be written.";
 
 const std::map<std::string, Kind> kinds{{"sqlite", Kind::sqlite}, {"file", Kind::file}};
 
@@ -24,7 +31,9 @@ CLI::App *addCommand(CLI::App &app, const std::string &name, const std::string &
 }
 
 void addStore(CLI::App *command, StoreName &store, const std::string &name = "STORE") {
-    command->add_option(name, store.file, "the store's file")->required();
+    command->add_option(name, store.file, "the store's file")->required()->check([](const std::string &file) {
+        return file.empty() ? "its name is empty" : std::string();
+    });
 }
 
 void addLocation(CLI::App *command, StoreName &store, const std::string &option = "--location") {
@@ -35,7 +44,8 @@ void addLocation(CLI::App *command, StoreName &store, const std::string &option 
 int runCommand(int argc, char **argv) {
     CLI::App app(
         "Looks into the stores of storage providers and mends them. Everything that only reads may run beside the "
-        "host; what writes needs the host to be down.");
+        "host; what writes needs the host to be down.",
+        "zaf-store");
     app.require_subcommand(1);
     app.footer(footer);
 
@@ -64,12 +74,15 @@ int runCommand(int argc, char **argv) {
     command->callback([&] { run = [&] { return getValue(store, path); }; });
 
     command = addCommand(app, "set", "changes one value, keeping its type and element count",
-                         "  zaf-store set radio.db Cfg/Radio/Gain 12\n"
+                         "  zaf-store set radio.db Cfg/Radio/Gain -12\n"
                          "  zaf-store set radio.db Cfg/Radio/Offsets '[1,-2,3]'\n"
                          "  zaf-store set radio.db Cfg/Radio/Serial 'RU 4711' --create STRING --count 16");
     addStore(command, store);
     command->add_option("PATH", path, "its full path")->required();
-    command->add_option("VALUE", text, "a number, a text, an array as JSON has it")->required();
+    command
+        ->add_option("VALUE", text,
+                     "a number, a text, an array as JSON has it; behind -- where it begins with two dashes")
+        ->required();
     command->add_option("--create", setOptions.create, "add the value, of this type, where there is none");
     command->add_option("--count", setOptions.count, "the new value's element count; its length otherwise");
     addLocation(command, store);
@@ -111,8 +124,10 @@ int runCommand(int argc, char **argv) {
     addLocation(command, other, "--to-location");
     command->callback([&] { run = [&] { return convert(store, other, *kind); }; });
 
+    std::vector<std::string> arguments = withValueMarked({argv + std::min(argc, 1), argv + argc});
+    std::reverse(arguments.begin(), arguments.end()); // as the parser takes them
     try {
-        app.parse(argc, argv);
+        app.parse(std::move(arguments));
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? ExitDone : ExitUsage;
     }
@@ -123,7 +138,10 @@ int runCommand(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     try {
-        return runCommand(argc, argv);
+        holdStandardStreams();
+        const int exitCode = runCommand(argc, argv);
+        finishOutput();
+        return exitCode;
     } catch (const Fault &fault) {
         std::fprintf(stderr, "zaf-store: %s\n", fault.what());
         return fault.exitCode;
