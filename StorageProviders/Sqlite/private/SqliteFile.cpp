@@ -150,7 +150,7 @@ EAFResult SqliteFile::openConnection(Purpose purpose, Report &report) {
     const Failure failure = openFile(isWritable() ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY);
     if (failure.isMissingFile()) {
         disconnect();
-        if (!exists(folderOf(m_path))) {
+        if (!exists(folderWithSlash(m_path))) {
             return fail(eAF_E_INITIALIZATION_ERROR, "its folder does not exist; make it, or name another file", report);
         }
         setEmpty();
@@ -350,7 +350,7 @@ EAFResult SqliteFile::setAside(const std::string &damage, Report &report) {
     }
     // The journal comes second: alone it means nothing, and SQLite drops it, but the file may need it.
     static_cast<void>(std::rename(journal.c_str(), journalAside.c_str()));
-    syncFolder(folderOf(m_path));
+    syncFolder(folderWithSlash(m_path));
     m_isEmpty = true;
     ++m_generation;
     report.add(Severity::warning, text);

@@ -49,20 +49,20 @@ std::string pathOf(const std::string &name) {
         if (resolve(path, resolved)) {
             return resolved;
         }
-        if (resolve(folderOf(path), resolved)) {
-            path = in(resolved, path.substr(folderOf(path).size()));
+        if (resolve(folderWithSlash(path), resolved)) {
+            path = in(resolved, path.substr(folderWithSlash(path).size()));
         }
         // The first store makes the file that a link of no file points to, and its lock and its journal lie there.
         const std::string target = targetOf(path);
         if (target.empty()) {
             break;
         }
-        path = target.rfind('/', 0) == 0 ? target : in(folderOf(path), target);
+        path = target.rfind('/', 0) == 0 ? target : in(folderWithSlash(path), target);
     }
     return path;
 }
 
-std::string folderOf(const std::string &path) {
+std::string folderWithSlash(const std::string &path) {
     return path.substr(0, path.rfind('/') + 1);
 }
 

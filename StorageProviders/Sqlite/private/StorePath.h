@@ -11,7 +11,7 @@ namespace storage {
 std::string pathOf(const std::string &name);
 
 /// @return with its last slash.
-std::string folderOf(const std::string &path);
+std::string folderWithSlash(const std::string &path);
 
 bool exists(const std::string &path);
 
