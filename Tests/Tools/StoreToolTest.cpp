@@ -262,6 +262,21 @@ TEST_F(StoreTool, AStoreThatWasCutShortWhereNothingCanBeWritten_IsUnfinished) {
     EXPECT_EQ(bytes, bytesOf(in("a")));
 }
 
+TEST_F(StoreTool, AStoreThatWasCutShort_IsReadAndWrittenAsItWasBefore) {
+    make("whole", true, everySort());
+    ASSERT_EQ(0, tool("dump whole whole.json").exitCode);
+    for (const char *command : {"list a", "verify a", "get a e", "dump a", "diff a whole", "convert a b --kind file",
+                                "set a e 5", "load a whole.json"}) {
+        fs::remove(in("a"));
+        make("a", true, everySort());
+        cutShort("a", "h");
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(0, outcome.exitCode) << command << outcome.err;
+        EXPECT_EQ(0, tool("set a e -2147483648").exitCode) << command;
+        EXPECT_EQ(0, tool("diff a whole").exitCode) << command;
+    }
+}
+
 TEST_F(StoreTool, TheGenerationBefore_LiesBesideTheFileThatALinkNames) {
     fs::create_directory(in("data"));
     make("data/x", false, radio());
