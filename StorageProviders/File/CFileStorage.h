@@ -1,5 +1,8 @@
 /// @file
 /// The storage provider that keeps variables in a plain file; README.md tells the format.
+///
+/// A store to which nothing has changed since the last store or retrieve does not look at the file: it answers
+/// eAF_S_OK, also where somebody deleted the file meanwhile.
 #pragma once
 
 #include "AFExport.h"

@@ -165,7 +165,8 @@ Kind kindOf(const std::string &file) {
     }
     const std::size_t length = std::fread(begin.data(), 1, begin.size(), stream);
     std::fclose(stream);
-    if (length == begin.size() && std::memcmp(begin.data(), "SQLite format 3", 16) == 0) {
+    const bool isSqlite = length == begin.size() && std::memcmp(begin.data(), "SQLite format 3", 16) == 0;
+    if (isSqlite || (length == 0 && isThere(file + "-journal"))) { // also what a first store cut short has left
         return Kind::sqlite;
     }
     if ((length >= 8 && std::memcmp(begin.data(), "ZAFSTORE", 8) == 0) || isThere(before)) {

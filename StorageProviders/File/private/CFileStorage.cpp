@@ -6,35 +6,23 @@
 #include <string_view>
 
 #include "FileStore.h"
-#include "StorageProvider.h"
+#include "ProviderTable.h"
 
 namespace {
 
-// Made while the library is loaded, so that no call has to do without; never destroyed: a host may store while it
-// exits.
+// Made when the library is loaded, so that no first call runs out of memory; neither is destroyed: a host may still
+// store while it exits.
 VoxTrace &fileTrace = *new VoxTrace("ZEL.AF.STOR.FILE", 3, 256);
-storage::StorageProvider &provider =
+storage::StorageProvider &theProvider =
     *new storage::StorageProvider(fileTrace, [](unsigned long /*locationId*/, const std::string &file) {
         return std::make_unique<storage::FileStore>(file);
     });
 
-EAFResult initialize(unsigned long locationId) {
-    return provider.initialize(locationId);
+storage::StorageProvider &provider() {
+    return theProvider;
 }
 
-EAFResult reserveWritableSpace(unsigned long locationId, unsigned long size) {
-    return provider.reserve(locationId, size);
-}
-
-EAFResult storeAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider.storeAll(locationId, database);
-}
-
-EAFResult retrieveAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider.retrieveAll(locationId, database);
-}
-
-IStorageProvider table{initialize, reserveWritableSpace, storeAll, retrieveAll};
+IStorageProvider table = storage::tableOf<provider>();
 
 void logRefusal(const char *text) {
     if (fileTrace.isEnabled(1)) {
@@ -45,14 +33,14 @@ void logRefusal(const char *text) {
 
 /// Whether another location's store, or a file that it keeps beside it, would be the same file as this one's.
 bool isTaken(unsigned long locationId, const std::string &file) {
-    if (provider.isAnothersFile(locationId, file.c_str())) {
+    if (provider().isAnothersFile(locationId, file.c_str())) {
         return true;
     }
     for (const std::string_view suffix : {".1", ".new", ".lock"}) {
         const bool isBeside =
             file.size() > suffix.size() && file.compare(file.size() - suffix.size(), suffix.size(), suffix) == 0;
-        if (provider.isAnothersFile(locationId, std::string(file).append(suffix).c_str()) ||
-            (isBeside && provider.isAnothersFile(locationId, file.substr(0, file.size() - suffix.size()).c_str()))) {
+        if (provider().isAnothersFile(locationId, std::string(file).append(suffix).c_str()) ||
+            (isBeside && provider().isAnothersFile(locationId, file.substr(0, file.size() - suffix.size()).c_str()))) {
             return true;
         }
     }
@@ -63,7 +51,7 @@ bool isTaken(unsigned long locationId, const std::string &file) {
 
 EAFResult CFileStorage_SetFile(unsigned long locationId, const char *fileName) {
     if (fileName == nullptr || fileName[0] == '\0') {
-        return provider.setFile(locationId, fileName);
+        return provider().setFile(locationId, fileName);
     }
     try {
         const std::string file = storage::resolvedName(fileName);
@@ -73,7 +61,7 @@ EAFResult CFileStorage_SetFile(unsigned long locationId, const char *fileName) {
                            .c_str());
             return eAF_E_INVALID_ARGUMENT;
         }
-        return provider.setFile(locationId, file.c_str());
+        return provider().setFile(locationId, file.c_str());
     } catch (const std::bad_alloc &) {
         logRefusal("memory ran out for a file's name: free some and try again");
         return eAF_E_OUT_OF_MEMORY;
@@ -85,10 +73,10 @@ IStorageProvider *CFileStorage_GetProvider(void) {
 }
 
 EAFResult CFileStorage_GetStatistics(unsigned long locationId, SStorageStatistics *statistics) {
-    return provider.statistics(locationId, statistics);
+    return provider().statistics(locationId, statistics);
 }
 
 EAFResult CFileStorage_UnInitialize(void) {
-    provider.clear();
+    provider().clear();
     return eAF_S_OK;
 }

@@ -3,37 +3,24 @@
 #include <memory>
 #include <string>
 
+#include "ProviderTable.h"
 #include "SqliteStore.h"
-#include "StorageProvider.h"
 
 namespace {
 
-/// Never destroyed, like its trace object: a host may still store while it exits.
-storage::StorageProvider &provider() {
-    static auto &trace = *new VoxTrace("ZEL.AF.STOR.SQL", 3, 256);
-    static auto &provider = *new storage::StorageProvider(trace, [](unsigned long locationId, const std::string &file) {
+// Made when the library is loaded, so that no first call runs out of memory; neither is destroyed: a host may still
+// store while it exits.
+VoxTrace &sqliteTrace = *new VoxTrace("ZEL.AF.STOR.SQL", 3, 256);
+storage::StorageProvider &theProvider =
+    *new storage::StorageProvider(sqliteTrace, [](unsigned long locationId, const std::string &file) {
         return std::make_unique<storage::SqliteStore>(file, locationId);
     });
-    return provider;
+
+storage::StorageProvider &provider() {
+    return theProvider;
 }
 
-EAFResult initialize(unsigned long locationId) {
-    return provider().initialize(locationId);
-}
-
-EAFResult reserveWritableSpace(unsigned long locationId, unsigned long size) {
-    return provider().reserve(locationId, size);
-}
-
-EAFResult storeAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider().storeAll(locationId, database);
-}
-
-EAFResult retrieveAll(unsigned long locationId, CDatabase *database, unsigned long /*locationData*/) {
-    return provider().retrieveAll(locationId, database);
-}
-
-IStorageProvider table{initialize, reserveWritableSpace, storeAll, retrieveAll};
+IStorageProvider table = storage::tableOf<provider>();
 
 } // namespace
 
