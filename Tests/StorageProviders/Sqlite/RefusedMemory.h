@@ -1,8 +1,11 @@
 /// @file
-/// Takes the place of the C++ allocator and of SQLite's in a test program.
+/// Refuses memory of the C++ allocator or of SQLite's in a test program.
 #pragma once
 
 #include <cstdint>
+#include <optional>
+
+#include "RefusedNew.h"
 
 namespace test {
 
@@ -16,11 +19,11 @@ public:
     RefusedMemory(const RefusedMemory &) = delete;
     RefusedMemory &operator=(const RefusedMemory &) = delete;
 
-    std::uint32_t refused() const;
-};
+    bool wasRefused() const;
 
-/// C++ blocks of this program that live.
-std::int64_t blocksAlive();
+private:
+    std::optional<RefusedNew> m_cxx;
+};
 
 /// Before SQLite's first call.
 void replaceSqliteAllocator();

@@ -77,7 +77,7 @@ protected:
     bool refuse(std::uint32_t allowed, const std::function<EAFResult()> &call) {
         EAFResult result = eAF_S_OK;
         const unsigned errors = silent.errors;
-        std::uint32_t refused = 0;
+        bool isRefused = false;
         {
             const RefusedMemory refusal(std::get<0>(GetParam()), allowed, std::get<1>(GetParam()));
             try {
@@ -85,13 +85,13 @@ protected:
             } catch (const std::bad_alloc &) {
                 result = eAF_E_OUT_OF_MEMORY;
             }
-            refused = refusal.refused();
+            isRefused = refusal.wasRefused();
         }
-        const bool isHarmless = result == eAF_S_OK && (refused == 0 || std::get<0>(GetParam()) == Allocator::sqlite);
+        const bool isHarmless = result == eAF_S_OK && (!isRefused || std::get<0>(GetParam()) == Allocator::sqlite);
         EXPECT_TRUE(result == eAF_E_OUT_OF_MEMORY || isHarmless) << std::hex << result;
         EXPECT_EQ(errors, silent.errors) << "out of memory is a code alone";
         m_result = result;
-        return refused > 0;
+        return isRefused;
     }
 
     SilentReport silent;
