@@ -248,12 +248,13 @@ TEST_F(StoreTool, AStoreThatWasCutShortWhereNothingCanBeWritten_IsUnfinished) {
     make("a", true, everySort());
     cutShort("a", "h");
     const std::string bytes = bytesOf(in("a"));
-    ASSERT_EQ(0,
-              run("cp \"$(command -v zaf-store)\" tool; : >.out; : >.err; chmod 555 . && chmod 444 a a-journal a.lock")
-                  .exitCode);
-    // Whom permissions do not bind is somebody else for the while.
+    // Whom permissions do not bind is somebody else for the while, who may not reach the build's folder.
+    ASSERT_EQ(0, run("bin=$(dirname \"$(command -v zaf-store)\") && cp \"$bin/zaf-store\" tool && "
+                     "cp \"$bin\"/../lib/*.so.1 . && : >.out && : >.err && chmod 555 . && chmod 444 a a-journal a.lock")
+                     .exitCode);
     const std::string asUser =
-        geteuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups ./tool " : "./tool ";
+        std::string("env LD_LIBRARY_PATH=. ") +
+        (geteuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups ./tool " : "./tool ");
     for (const char *command : {"list a", "verify a", "dump a", "get a e", "set a e 5"}) {
         const Outcome outcome = run(asUser + command);
         EXPECT_EQ(5, outcome.exitCode) << command;
