@@ -47,6 +47,7 @@ void ControllerFixture::SetUp() {
 void ControllerFixture::TearDown() {
     EXPECT_EQ(remainingQueues(), std::vector<std::string>{});
     std::filesystem::remove_all(m_folder);
+    setenv("TMPDIR", m_folder.parent_path().c_str(), 1); // where the next test of this process makes its own
 }
 
 std::string ControllerFixture::fileWith(const std::string &name, const std::string &text) const {
