@@ -23,7 +23,8 @@ static_assert(std::is_same_v<decltype(Handle::level), std::int32_t>);
 static_assert(std::is_standard_layout_v<VoxTraceHeader> && std::is_trivial_v<VoxTraceHeader>);
 static_assert(offsetof(VoxTraceHeader, file) == 0 && offsetof(VoxTraceHeader, line) == sizeof(void *) &&
               offsetof(VoxTraceHeader, function) == 2 * sizeof(void *));
-static_assert(std::is_same_v<VoxTraceLevel, std::int32_t> && std::is_same_v<VoxTraceHdrOption, std::int32_t>);
+static_assert(std::is_same_v<VoxTraceLevel, std::int32_t>);
+static_assert(std::is_same_v<VoxTraceHdrOption, std::int32_t>);
 
 constexpr VoxTraceHeader header = {"Radio/CRadio.cpp", 42, "CRadio_Start"};
 

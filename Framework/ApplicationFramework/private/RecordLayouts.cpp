@@ -32,9 +32,12 @@ constexpr std::size_t aligned(std::size_t offset, std::size_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
 }
 
+// Texts and lists lie in records: the size that counts is their own, not that of what they hold.
+// NOLINTBEGIN(bugprone-sizeof-container)
+
 /// A record's field: where it begins and how many bytes it takes.
 #define FIELD(record, field, offset, size)                                                                             \
-    static_assert(onBoard(offsetof(record, field), offset) && onBoard(sizeof(record::field), size), #record "::" #field)
+    static_assert(onBoard(offsetof(record, field), offset) && onBoard(sizeof(record::field), size), #record "." #field)
 #define SIZE(record, size) static_assert(onBoard(sizeof(record), size), "size of " #record)
 
 static_assert(sizeof(EAFResult) == 4 && sizeof(ECallbackPriority) == 4 && sizeof(EVariableType) == 4 &&
@@ -251,6 +254,7 @@ static_assert(sizeof SEventDescriptor::name == 50 && sizeof SListenerDescriptor:
               sizeof CVariable::name == 120 && sizeof CVariable::path == 512 && sizeof CStorageObject::name == 120 &&
               sizeof CStorageRegion::name == 40);
 
+// NOLINTEND(bugprone-sizeof-container)
 #undef FIELD
 #undef SIZE
 
