@@ -16,6 +16,9 @@ if(ZELAF_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
 
+# What nothing refers to is left out of the libraries (SharedLibrary.cmake).
+add_compile_options(-ffunction-sections -fdata-sections)
+
 # A trace names its source file from the source folder on, whatever folder the build ran in.
 add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
