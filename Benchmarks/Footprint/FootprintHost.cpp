@@ -24,7 +24,6 @@ constexpr unsigned noOfEvents = 500;
 constexpr unsigned noOfListeners = 50;
 constexpr unsigned noOfVariables = 1000;
 
-constexpr unsigned noOfBatches = 4;
 constexpr unsigned noOfFilterEvents = 20;
 constexpr unsigned noOfRegions = 10;
 constexpr unsigned noOfObjects = 100;
@@ -32,6 +31,7 @@ constexpr unsigned noOfVariablesPerObject = noOfVariables / noOfObjects;
 
 constexpr std::uint32_t startGroup = 0;
 constexpr std::uint32_t stopGroup = 1;
+constexpr std::uint32_t batch = 1;
 
 struct Phase {
     std::uint32_t id;
@@ -99,7 +99,7 @@ private:
 
 class Module : public ModuleInterface {
 public:
-    Module(unsigned id, const char *name, unsigned batch, const unsigned *filter, unsigned filterSize)
+    Module(unsigned id, const char *name, const unsigned *filter, unsigned filterSize)
         : ModuleInterface(deferred_registration_tag{}, id, name, ALL_RADIO_CHANNELS, batch, filter, filterSize) {}
 
     EAFResult onModuleRegisterStorageObjects() override { return called(); }
@@ -122,14 +122,10 @@ std::array<std::optional<Module>, noOfModules> modules;
 void registerConfiguration() {
     require("group", CModuleManager_RegisterGroup(startGroup, "Start"));
     require("group", CModuleManager_RegisterGroup(stopGroup, "Stop"));
-    for (unsigned batch = 1; batch <= noOfBatches; ++batch) {
-        require("batch", CModuleManager_RegisterBatch(batch, numbered("Batch", batch).data()));
-    }
+    require("batch", CModuleManager_RegisterBatch(batch, "Main"));
     for (const Phase &phase : phases) {
         require("phase", CModuleManager_RegisterPhase(phase.id, phase.name));
-        for (unsigned batch = 1; batch <= noOfBatches; ++batch) {
-            require("phase of a batch", CModuleManager_InsertPhaseIntoBatch(phase.id, phase.group, batch));
-        }
+        require("phase of the batch", CModuleManager_InsertPhaseIntoBatch(phase.id, phase.group, batch));
     }
 }
 
@@ -139,7 +135,7 @@ void makeModules() {
         filter[i] = phases[i].id;
     }
     for (unsigned i = 0; i < noOfModules; ++i) {
-        modules[i].emplace(i + 1, numbered("PowerAmplifier", i).data(), i % noOfBatches + 1, filter.data(),
+        modules[i].emplace(i + 1, numbered("PowerAmplifier", i).data(), filter.data(),
                            static_cast<unsigned>(filter.size()));
     }
 }
@@ -178,13 +174,19 @@ void addListeners() {
     }
 }
 
-void unlinkListenersQueues() {
+void unlinkQueue(const char *suffix) {
+    std::array<char, 256> queue{};
+    CFrameworkUtils_GetMQueueName(queue.data(), static_cast<std::int32_t>(queue.size()), suffix);
+    mq_unlink(queue.data());
+}
+
+/// At the exit, also of a host that gave up: the listeners' queues outlive their process, the event task's does where
+/// the event service was not uninitialized.
+void unlinkQueues() {
     for (unsigned i = 0; i < noOfListeners; ++i) {
-        std::array<char, 256> queue{};
-        CFrameworkUtils_GetMQueueName(queue.data(), static_cast<std::int32_t>(queue.size()),
-                                      numbered("Listener", i).data());
-        mq_unlink(queue.data());
+        unlinkQueue(numbered("Listener", i).data());
     }
+    unlinkQueue("EHNP");
 }
 
 // Storage
@@ -271,7 +273,6 @@ void start() {
 
 void stop() {
     require("stop", CApplicationFramework_Stop());
-    unlinkListenersQueues();
     require("end of the storage", CStorageManager_Uninitialize());
     for (std::optional<Module> &module : modules) {
         module.reset();
@@ -289,6 +290,7 @@ int main() {
     std::array<char, 256> queueName{};
     require("queue name",
             CFrameworkUtils_GetMQueueName(queueName.data(), static_cast<std::int32_t>(queueName.size()), "warm"));
+    std::atexit(unlinkQueues);
     Ledger ledger;
     ledger.enter("events", "room for events and listeners, event task", [] {
         require("module manager", CModuleManager_Initialize());
@@ -298,7 +300,7 @@ int main() {
         require("framework", CApplicationFramework_Initialize());
         require("application", CApplicationFramework_RegisterApplication(&application));
     });
-    ledger.enter("modules", "groups, batches, phases", registerConfiguration);
+    ledger.enter("modules", "groups, batch, phases", registerConfiguration);
     ledger.enter("modules", "names and filters of the module objects", makeModules);
     ledger.enter("modules", "modules and callbacks", registerModules);
     ledger.enter("events", "events", registerEvents);

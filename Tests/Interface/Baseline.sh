@@ -57,6 +57,8 @@ soname() { sed -nE "s/^<abi-corpus .*soname=\"([^\"]*)\".*/\1/p" "$1"; }
 # compatible: whether everything in the difference is an addition. abidiff says that of fewer things than its exit code
 # can tell, so its words are read: a new operation, a new enumerator, a new member that takes no place in the object.
 compatible() {
+    # A virtual one moves those that derived classes have added.
+    ! grep -q "'method virtual" "$1" || return 1
     ! grep -vE '^ *$|^Leaf changes summary: |^Changed leaf types summary: |(Removed|Changed|Added) .*summary:|summary: 0 Removed, 0 Changed, ' "$1" |
         grep -vE "^ *(\[A\] |[0-9]+ (Added|enumerator insertion|member function insertion)|type size hasn't changed|'(enum|class|struct) [^']*'( at [^ ]*)? changed:|'[A-Za-z_0-9:]+::[A-Za-z_0-9]+' value '[0-9]+'|'method )" |
         grep -q .
