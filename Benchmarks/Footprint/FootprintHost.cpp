@@ -48,6 +48,12 @@ constexpr Phase phases[] = {{0, startGroup, "RegisterStorageObjects"},
 [[noreturn]] void giveUp(const char *step, EAFResult result) {
     std::fprintf(stderr, "FootprintHost: %s failed with %#x; VOXTRACE_LEVEL=warning tells more\n", step,
                  static_cast<unsigned>(result));
+    if (result == eAF_E_QUEUE_CREATION_FAILED) {
+        std::fprintf(stderr,
+                     "It takes %u message queues, of those that fs.mqueue.queues_max allows to the machine. "
+                     "Killed hosts leave theirs behind: they lie in /dev/mqueue, once that is mounted.\n",
+                     noOfListeners + 1);
+    }
     std::exit(1);
 }
 

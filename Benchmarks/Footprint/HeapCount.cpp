@@ -7,11 +7,11 @@
 
 // The C library's own entries behind malloc and its relatives; no header declares them.
 extern "C" {
-void *__libc_malloc(std::size_t size);                          // NOLINT(bugprone-reserved-identifier)
-void *__libc_calloc(std::size_t count, std::size_t size);       // NOLINT(bugprone-reserved-identifier)
-void *__libc_realloc(void *block, std::size_t size);            // NOLINT(bugprone-reserved-identifier)
-void *__libc_memalign(std::size_t alignment, std::size_t size); // NOLINT(bugprone-reserved-identifier)
-void __libc_free(void *block);                                  // NOLINT(bugprone-reserved-identifier)
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+void *__libc_memalign(std::size_t alignment, std::size_t size);
+void __libc_free(void *block);
 }
 
 namespace {
@@ -37,6 +37,7 @@ void uncount(void *block) noexcept {
 
 } // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are __nmemb and the like
 extern "C" {
 
 void *malloc(std::size_t size) noexcept {
@@ -80,6 +81,7 @@ void free(void *block) noexcept {
     __libc_free(block);
 }
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 HeapCount heapInUse() noexcept {
     return {blocks.load(std::memory_order_relaxed), bytes.load(std::memory_order_relaxed)};
