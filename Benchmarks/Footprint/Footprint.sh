@@ -79,9 +79,9 @@ check)
     chapter >"$work/build"
     chapter_of_page | sed '/^$/d' >"$work/page"
     sed -i '/^$/d' "$work/build"
-    [ -s "$work/page" ] || fail "$page has no chapter '## $target'; ./run size --target $target --write writes it"
+    [ -s "$work/page" ] || fail "$page has no chapter '## $target'; ./run size --write --target $target writes it"
     same "$work/page" "$work/build" || fail "$page is not of this build (< page, > build); after a look at the" \
-        "difference: ./run size --target $target --write"
+        "difference: ./run size --write --target $target"
     echo "the chapter of $target is of this build"
     ;;
 write)
