@@ -5,6 +5,8 @@ set -euo pipefail
 export LC_ALL=C
 
 check=$1
+source_folder='' build_folder='' installed='' cmake='' c_compiler='' cxx_compiler='' c_flags='' cxx_flags='' link_flags=''
+toolchain_file='' emulator='' system_libraries='' board=''
 # shellcheck source=/dev/null
 . "$2"
 work=$(mktemp -d)
@@ -18,7 +20,7 @@ fail() {
 # run PROGRAM [ARGUMENT...]: on this machine or in the target's emulator.
 run() {
     # shellcheck disable=SC2086  # the emulator is a command with its arguments
-    LD_LIBRARY_PATH=$installed/lib${board:+:$board/lib} $emulator "$@"
+    LD_LIBRARY_PATH=$installed/lib${board:+:$board/lib}${system_libraries:+:$system_libraries} $emulator "$@"
 }
 
 # play_session FOLDER: what the page's session says, with the programs of the folder.
@@ -102,12 +104,12 @@ NothingHasARunPath)
     [ "$(wc -l <"$work/files")" -ge 6 ] || fail "found only these programs and libraries: $(cat "$work/files")"
     # A toolchain may link the way to its system root into every program, for trial runs on this machine.
     toolchains=$(sed -nE 's/.*-rpath,([^ ]*).*/\1/p' <<<"$link_flags")
-    for file in $(cat "$work/files"); do
+    while IFS= read -r file; do
         readelf -d "$file" >"$work/dynamic"
         if grep -E '\((RPATH|RUNPATH)\)' "$work/dynamic" | grep -vF "path: [${toolchains:-not this}]"; then
             fail "$file looks for libraries there"
         fi
-    done
+    done <"$work/files"
     echo "$(wc -l <"$work/files") programs and libraries"
     ;;
 ThePagesProgramsBuildWithCMake)
