@@ -16,6 +16,15 @@ if(ZELAF_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
 
+# What nothing refers to is left out of the libraries (SharedLibrary.cmake).
+add_compile_options(-ffunction-sections -fdata-sections)
+
+# Where a long has 32 bits, a file system with 64-bit inode numbers, or a file dated beyond 2038, would make each look
+# at a store fail. No exported record holds a file's size or a time.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # A trace names its source file from the source folder on, whatever folder the build ran in.
 add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 

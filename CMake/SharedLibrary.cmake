@@ -9,9 +9,19 @@ function(zelaf_shared_library target)
     C_VISIBILITY_PRESET hidden
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
-    LINK_DEPENDS "${ARG_EXPORTS}")
-  target_link_options(${target} PRIVATE "LINKER:--version-script=${ARG_EXPORTS}" "LINKER:--no-undefined-version")
+    LINK_DEPENDS "${ARG_EXPORTS}"
+    # The same bytes whatever folder the build ran in.
+    BUILD_RPATH_USE_ORIGIN ON)
+  zelaf_describe_types(${target})
+  target_link_options(${target} PRIVATE "LINKER:--version-script=${ARG_EXPORTS}" "LINKER:--no-undefined-version"
+    "LINKER:--gc-sections")
   if(NOT ZELAF_SANITIZE)
     target_link_options(${target} PRIVATE "LINKER:-z,defs")
   endif()
+endfunction()
+
+# zelaf_describe_types(<target>)
+# What abidw reads an exported interface from (Tests/Interface). The code stays as it is; whoever installs strips it.
+function(zelaf_describe_types target)
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-g>)
 endfunction()

@@ -30,8 +30,11 @@ typedef struct CDatabase {
 typedef EAFResult (*DatabaseAction)(CDatabase *database, CVariable *variable, const char *fullPath,
                                     const char *regionName, const char *objectPath, const char *variableName);
 
+/// Makes an empty database in the caller's record.
 /// @param hashTableSize  how many paths to make room for. Without memory nothing is ever found by path.
 AF_API void CDatabase_Construct(CDatabase *database, unsigned long hashTableSize);
+
+/// Gives up every region and the table; the record stays the caller's.
 AF_API void CDatabase_Destruct(CDatabase *database);
 
 /// Adds a region behind the others.
@@ -39,8 +42,10 @@ AF_API void CDatabase_Destruct(CDatabase *database);
 /// @retval eAF_E_FAILED              null database or region, or the region's name is empty.
 AF_API EAFResult CDatabase_AddRegion(CDatabase *database, CStorageRegion *region);
 
+/// @return the number of regions; 0 for null.
 AF_API uint32_t CDatabase_GetNoOfRegions(CDatabase *database);
 
+/// Finds the region of that name.
 /// @param ppRegion  receives the region, null when there is none.
 /// @retval eAF_E_UNKNOWN_REGION  no region has that name.
 AF_API EAFResult CDatabase_GetRegionByName(CDatabase *database, char const *name, CStorageRegion **ppRegion);

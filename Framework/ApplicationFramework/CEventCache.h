@@ -40,6 +40,7 @@ AF_API void CEventCache_Destruct(CEventCache *cache);
 /// @retval eAF_E_OUT_OF_MEMORY          the cache has no slots.
 AF_API EAFResult CEventCache_Add(CEventCache *cache, uint32_t key, uint32_t value);
 
+/// Looks a key up.
 /// @param value receives the key's value, 0 on a miss; left alone when the cache is null or none was ever
 ///              constructed.
 /// @return 1 on a hit, else 0.

@@ -113,6 +113,7 @@ AF_API uint32_t CEventHandler_PumpEventIfAvailable(uint32_t handle);
 /// blocks while the queue is full. A handle that is not below the capacity is traced.
 AF_API void CEventHandler_SendEmptyMessage(uint32_t handle);
 
+/// Tells the name that an event was registered with.
 /// @param name  receives the registry's own text, valid until UnInitialize; null when unknown.
 /// @retval eAF_E_UNKNOWN_EVENT     not traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null out pointer; not traced.
@@ -122,7 +123,7 @@ AF_API EAFResult CEventHandler_GetEventName(uint32_t eventId, const char **name)
 ///         traced.
 AF_API uint32_t CEventHandler_GetNumberOfRegisteredEvents(void);
 
-/// The counters are approximate while other threads fire and pump.
+/// Copies the counters; they are approximate while other threads fire and pump.
 /// @retval eAF_E_NOT_INITIALIZED   traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null; not traced.
 AF_API EAFResult CEventHandler_GetStatistics(SEventHandlerStatistics *statistics);

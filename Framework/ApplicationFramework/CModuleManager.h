@@ -19,6 +19,7 @@ public:
     /// @retval eAF_E_INVALID_ARGUMENT  null module; traced.
     EAFResult RegisterModule(ModuleInterface *module);
 
+    /// Takes the module and its callbacks out of the registry.
     /// @return as CModuleManager_UnregisterModule.
     /// @retval eAF_E_INVALID_ARGUMENT  null module; not traced.
     EAFResult UnRegisterModule(ModuleInterface *module);

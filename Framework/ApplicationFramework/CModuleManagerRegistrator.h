@@ -32,15 +32,18 @@ public:
     /// Unregisters; lets no exception out.
     ~CModuleManagerRegistrator();
 
+    /// Registers the module, once.
     /// @return as CModuleManager::RegisterModule.
     /// @retval eAF_W_ALREADY_REGISTERED  registered through this object already; the manager is not called.
     EAFResult Register();
 
-    /// A failed unregistration leaves the module counted as registered.
+    /// Unregisters what was registered through this object. A failed unregistration leaves the module counted as
+    /// registered.
     /// @return as CModuleManager::UnRegisterModule.
     /// @retval eAF_E_NOT_REGISTERED  nothing is registered through this object; the manager is not called.
     EAFResult Unregister();
 
+    /// Registers a further callback of the module.
     /// @return as CModuleManager::RegisterCallbackVariant; neither asks nor changes what Register did.
     EAFResult RegisterCallbackVariant(ECallbackPriority priority, unsigned int batchId, unsigned int *phaseFilter,
                                       unsigned int noOfPhaseFilterElements);

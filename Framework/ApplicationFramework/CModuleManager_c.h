@@ -96,11 +96,13 @@ AF_API EAFResult CModuleManager_RegisterPhase(uint32_t phaseId, const char *name
 /// @retval eAF_E_FAILED  unknown batch, group or phase, asked for in this order; traced.
 AF_API EAFResult CModuleManager_InsertPhaseIntoBatch(uint32_t phaseId, uint32_t groupId, uint32_t batchId);
 
+/// Tells the name that a phase was registered with.
 /// @param name receives the registry's own text, valid while the phase is registered; null when unknown.
 /// @retval eAF_E_UNKNOWN_PHASE     traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null out pointer; not traced.
 AF_API EAFResult CModuleManager_GetPhaseName(uint32_t phaseId, const char **name);
 
+/// Tells a priority's name.
 /// @param name receives a text that is valid for ever: "UNKNOWN" for a negative priority, null above 6.
 /// @retval eAF_E_FAILED            a priority above 6; not traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null out pointer; not traced.
@@ -163,6 +165,7 @@ AF_API uint32_t CModuleManager_IsColdReset(void);
 /// @retval eAF_E_UNKNOWN_MODULE  traced.
 AF_API EAFResult CModuleManager_SetModuleState(uint32_t moduleId, uint32_t state);
 
+/// Tells what a module's latest callback came to, or what was stored as its state since.
 /// @param state receives the module's state, 0 when the module is unknown.
 /// @retval eAF_E_UNKNOWN_MODULE    traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null out pointer; not traced.

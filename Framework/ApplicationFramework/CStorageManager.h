@@ -27,6 +27,7 @@ AF_API EAFResult CStorageManager_Initialize(void);
 /// @return eAF_S_OK.
 AF_API EAFResult CStorageManager_Uninitialize(void);
 
+/// Adds a location with an empty database.
 /// @param locationId     not checked: of two locations with one id the second is never found.
 /// @param hashTableSize  how many variables to make room for.
 /// @param locationData   handed to the provider as it is.
@@ -34,6 +35,7 @@ AF_API EAFResult CStorageManager_Uninitialize(void);
 AF_API EAFResult CStorageManager_RegisterLocation(unsigned long locationId, const char *name,
                                                   unsigned long hashTableSize, unsigned long locationData);
 
+/// Adds a provider, which serves no location yet.
 /// @param provider    must outlive CStorageManager_Uninitialize. A null table or entry fails with
 ///                    eAF_E_NOT_IMPLEMENTED when it is called.
 /// @param providerId  not checked: of two providers with one id the second is never found.
@@ -41,7 +43,8 @@ AF_API EAFResult CStorageManager_RegisterLocation(unsigned long locationId, cons
 AF_API EAFResult CStorageManager_RegisterStorageProvider(IStorageProvider *provider, unsigned long providerId,
                                                          const char *name);
 
-/// An earlier assignment stays: a location that is assigned twice is operated on twice.
+/// Lets a provider serve a location. An earlier assignment stays: a location that is assigned twice is operated on
+/// twice.
 /// @retval eAF_E_UNKNOWN_PROVIDER  asked first; traced.
 /// @retval eAF_E_UNKNOWN_LOCATION  traced.
 AF_API EAFResult CStorageManager_AssignStorageProviderToLocation(unsigned long locationId, unsigned long providerId);
@@ -61,13 +64,13 @@ AF_API EAFResult CStorageManager_ReassignStorageProviderToLocation(unsigned long
 /// @retval eAF_E_FAILED            the region's name is empty, or it could not be filed; traced.
 AF_API EAFResult CStorageManager_RegisterRegion(CStorageRegion *region);
 
-/// See CDatabase_RemoveRegion for what paths lead to afterwards.
+/// Removes a region from a location; see CDatabase_RemoveRegion for what paths lead to afterwards.
 /// @retval eAF_E_INVALID_ARGUMENT  null or empty name.
 /// @retval eAF_E_UNKNOWN_LOCATION  traced.
 /// @retval eAF_E_FAILED            the location has no such region; traced.
 AF_API EAFResult CStorageManager_RemoveRegionFromLocation(const char *regionName, unsigned long locationId);
 
-/// The size is kept even when no provider takes it.
+/// Hands a location's size to its provider. The size is kept even when no provider takes it.
 /// @retval eAF_E_UNKNOWN_LOCATION  traced.
 /// @retval eAF_E_FAILED            the location has no provider; traced.
 /// @return else the provider's code if that is an error; traced.
@@ -96,6 +99,7 @@ AF_API EAFResult CStorageManager_StoreAllWritable(void);
 AF_API EAFResult CStorageManager_GetVariableByPath(const char *path, CVariable **ppVariable);
 AF_API EAFResult CStorageManager_GetVariableByName(const char *name, CVariable **ppVariable);
 
+/// Look a variable up and tell where its content lies.
 /// @param ppContent  receives the content's address; left alone on failure.
 /// @param pSize      receives the content's size in bytes, 0 when the look-up failed; may be null. Left alone with
 ///                   eAF_E_INVALID_ARGUMENT.

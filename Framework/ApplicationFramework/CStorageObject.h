@@ -40,6 +40,7 @@ typedef struct SVariableDescriptor {
     void *defaultContentAddress;
 } SVariableDescriptor;
 
+/// Makes an empty, writable object in the caller's record; a null name counts as empty.
 AF_API void CStorageObject_Construct(CStorageObject *object, const char *name);
 
 /// Destructs every variable, with the objects nested in it, and frees the marked ones; an object that contains itself
@@ -47,6 +48,7 @@ AF_API void CStorageObject_Construct(CStorageObject *object, const char *name);
 /// variable that carried its address. A list that gives nothing up is traced, and the rest is left as it is.
 AF_API void CStorageObject_Destruct(CStorageObject *object);
 
+/// Tells the object's name.
 /// @param ppName  receives the record's own text, also when that is empty.
 /// @retval eAF_E_FAILED  the name is empty.
 AF_API EAFResult CStorageObject_GetName(CStorageObject *object, char **ppName);
@@ -59,7 +61,7 @@ AF_API EAFResult CStorageObject_GetName(CStorageObject *object, char **ppName);
 AF_API EAFResult CStorageObject_CreateVariables(CStorageObject *object, SVariableDescriptor *descriptors,
                                                 unsigned long count);
 
-/// The variable stays its creator's unless it is marked dynamically allocated.
+/// Adds a variable that stays its creator's unless it is marked dynamically allocated.
 /// @retval eAF_E_FAILED           its name is empty, or it could not be appended.
 /// @retval eAF_E_NAME_NOT_UNIQUE  a variable has that name.
 AF_API EAFResult CStorageObject_AddVariable(CStorageObject *object, CVariable *variable);
@@ -71,16 +73,19 @@ AF_API EAFResult CStorageObject_AddVariable(CStorageObject *object, CVariable *v
 /// @retval eAF_E_NAME_NOT_UNIQUE  a variable has the child's name.
 AF_API EAFResult CStorageObject_AddObject(CStorageObject *parent, CStorageObject *child);
 
+/// Begins to go through the object's own variables.
 /// @param iterator  receives the place of the first variable.
 /// @retval eAF_W_NO_MORE_DATA  the object is empty.
 AF_API EAFResult CStorageObject_GetVariableIterator(CStorageObject *object, CListIterator *iterator);
 
+/// Hands out the variable at the iterator and moves on.
 /// @param ppVariable  receives the variable; null when the call failed.
 /// @retval eAF_W_NO_MORE_DATA  this variable is valid and the last one.
 /// @retval eAF_E_FAILED        there is no further one.
 AF_API EAFResult CStorageObject_GetNextVariable(CStorageObject *object, CVariable **ppVariable,
                                                 CListIterator *iterator);
 
+/// @return the number of the object's own variables; 0 for null.
 AF_API uint32_t CStorageObject_GetNoOfVariables(CStorageObject *object);
 
 /// Searches the object's own variables, not those of nested objects. The name is logged at level 7 of the trace
@@ -92,6 +97,7 @@ AF_API uint32_t CStorageObject_GetVariableByName(CStorageObject *object, const c
 /// Kept for storage providers; the library does not read it. @return eAF_S_OK.
 AF_API EAFResult CStorageObject_ReserveSize(CStorageObject *object, unsigned long size);
 
+/// Adds up what the variables hold.
 /// @param pSize  receives the sum of the variables' content sizes; a nested object counts as its pointer.
 /// @retval eAF_E_FAILED  the list could not be read; the sum is partial.
 AF_API EAFResult CStorageObject_GetSizeInBytes(CStorageObject *object, unsigned long *pSize);
@@ -106,8 +112,11 @@ AF_API EAFResult CStorageObject_GetRawObjectContentAddress(CStorageObject *objec
 AF_API void CStorageObject_SetApplicationData(CStorageObject *object, uintptr_t data);
 AF_API EAFResult CStorageObject_GetApplicationData(CStorageObject *object, uintptr_t *pData);
 
+/// Kept for storage providers; the library does not read it.
 AF_API void CStorageObject_SetWritable(CStorageObject *object, unsigned int flag);
 AF_API uint32_t CStorageObject_IsWritable(CStorageObject *object);
+
+/// Marks the object as one that its owner frees, with delete[], or takes the mark off.
 AF_API void CStorageObject_SetDynamicallyAllocated(CStorageObject *object, unsigned int flag);
 
 /// @return the flag; 0 for null, traced with eAF_E_INVALID_ARGUMENT.

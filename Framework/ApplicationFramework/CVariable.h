@@ -69,6 +69,7 @@ typedef struct CVariable {
     pthread_mutex_t mutex; ///< Not recursive.
 } CVariable;
 
+/// Makes a variable in the caller's record.
 /// @param contentAddress         block of CVariable_GetSizeInBytes bytes that stays the caller's (ByReference); 0: the
 ///                               variable makes a zeroed block of its own (ByValue).
 /// @param defaultContentAddress  block of the same size that outlives the variable, or 0.
@@ -95,25 +96,30 @@ AF_API uint32_t CVariable_GetSizeInBytes(CVariable *variable);
 AF_API EAFResult CVariable_SetContent(CVariable *variable, const void *source);
 AF_API EAFResult CVariable_GetContent(CVariable *variable, void *destination);
 
+/// Tell where the content and its default lie.
 /// @param out  receives the block's address, 0 when there is no default. @return eAF_S_OK.
 AF_API EAFResult CVariable_GetContentAddress(CVariable *variable, void **out);
 AF_API EAFResult CVariable_GetDefaultContentAddress(CVariable *variable, void **out);
 
+/// Tells the variable's name.
 /// @param out  receives the record's own text; null unless eAF_S_OK.
 /// @retval eAF_E_FAILED            the name is empty; not traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null argument; traced.
 AF_API EAFResult CVariable_GetName(CVariable *variable, const char **out);
 
+/// Tells the full path under which the database filed the variable.
 /// @param out  receives the record's own text, empty until the variable is filed. @return eAF_S_OK.
 AF_API EAFResult CVariable_GetPath(CVariable *variable, const char **out);
 
 /// Sets the path to "a/b/c", cut to 511 bytes. @return eAF_S_OK.
 AF_API EAFResult CVariable_SetPath(CVariable *variable, const char *a, const char *b, const char *c);
 
+/// What the variable was constructed with; 0 for null.
 AF_API uint32_t CVariable_GetNoOfElements(CVariable *variable);
 AF_API EVariableType CVariable_GetType(CVariable *variable);
 AF_API EAccessType CVariable_GetAccessType(CVariable *variable);
 
+/// The flags of the record: filled by a storage provider; freed, with delete[], by its owner.
 AF_API void CVariable_SetRetrieved(CVariable *variable, uint32_t flag);
 AF_API uint32_t CVariable_IsRetrieved(CVariable *variable);
 AF_API void CVariable_SetDynamicallyAllocated(CVariable *variable, uint32_t flag);

@@ -15,6 +15,7 @@ public:
     IInterface(const IInterface &) = delete;
     IInterface &operator=(const IInterface &) = delete;
 
+    /// @return the name given at construction.
     const std::string &getName() const;
 
 private:

@@ -20,7 +20,7 @@ public:
     /// The one broker of the process, made on first use. It is emptied when the process ends, and still answers then.
     static InterfaceBroker &getInstance();
 
-    /// Traced at debug level.
+    /// Publishes an object under a name. Traced at debug level.
     /// @retval eAF_W_ALREADY_REGISTERED  the name is taken and keeps its pointer; traced as the error eAF_E_FAILED.
     /// @retval eAF_E_INVALID_ARGUMENT    null interface under a free name; traced.
     EAFResult registerInterface(const std::string &name, IInterface *pInterface);
@@ -28,10 +28,12 @@ public:
     /// Publishes under the object's own name; a null one has the empty name.
     EAFResult registerInterface(IInterface *pInterface);
 
+    /// Takes a name out of the directory.
     /// @param ppInterface  receives the pointer, null when there is none; may be null. Traced at debug level.
     /// @retval eAF_E_FAILED  nothing is published under that name; traced.
     EAFResult unregisterInterface(const std::string &name, IInterface **ppInterface);
 
+    /// Looks a name up.
     /// @param ppInterface  receives the pointer, null when there is none.
     /// @retval eAF_E_FAILED            nothing is published under that name; traced.
     /// @retval eAF_E_INVALID_ARGUMENT  null @p ppInterface; not traced.

@@ -64,6 +64,7 @@ public:
     virtual EAFResult onPhasePostDspRecovery();                     ///< 36
     virtual EAFResult onPhaseEnableAlarmThread();                   ///< 37
 
+    /// What the module was constructed with.
     unsigned int getId() const;
     const std::string &getName() const;
     unsigned int getRadioChannelId() const;
@@ -72,12 +73,15 @@ public:
     unsigned int getNoOfPhaseFilterElements() const;
     SModuleCallback *getCallback(); ///< The record that the registry keeps by address; this object's own.
 
+    /// Registers the module with its callback.
     /// @return as CModuleManagerRegistrator::Register.
     EAFResult RegisterModule();
 
+    /// Takes the module and its callbacks out of the registry.
     /// @return as CModuleManagerRegistrator::Unregister.
     EAFResult UnregisterModule();
 
+    /// Registers a further callback of the module.
     /// @return as CModuleManagerRegistrator::RegisterCallbackVariant.
     EAFResult RegisterCallbackVariant(ECallbackPriority priority, unsigned int batchId, unsigned int *phaseFilter,
                                       unsigned int noOfPhaseFilterElements);

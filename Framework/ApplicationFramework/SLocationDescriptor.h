@@ -32,28 +32,30 @@ struct AF_API SLocationDescriptor {
     SLocationDescriptor(const SLocationDescriptor &) = delete;
     SLocationDescriptor &operator=(const SLocationDescriptor &) = delete;
 
+    /// Notes the provider that serves the location from now on.
     void markProviderAssigned(unsigned long assignedId, SProviderDescriptor *assigned);
 
-    /// Takes the location out of its provider's list as well.
+    /// Takes the provider away, and the location out of that one's list.
     void unassignProvider();
 
-    /// @return as CDatabase_AddRegion.
+    /// Adds a region to the location's database. @return as CDatabase_AddRegion.
     EAFResult addRegion(CStorageRegion *region);
 
+    /// Removes a region from the location's database.
     /// @retval eAF_E_FAILED  no region has that name; traced.
     EAFResult removeRegion(char const *regionName);
 
-    /// @return as CStorageManager_ReserveWritableSpace.
+    /// Keeps the size and hands it to the provider. @return as CStorageManager_ReserveWritableSpace.
     EAFResult reserveWritableSpace(unsigned long size);
 
-    /// Traces at debug level; a failure is traced as a warning and not answered.
+    /// Files the path of every variable. Traces at debug level; a failure is traced as a warning and not answered.
     void updatePathHashTable();
 
     /// @return whether the database has the variable.
     bool getVariableByName(char const *variableName, CVariable **ppVariable);
     bool getVariableByPath(char const *path, CVariable **ppVariable);
 
-    /// @return true on failure, which is traced.
+    /// Calls one entry of a provider's table for this location. @return true on failure, which is traced.
     bool performProviderOperation(EProviderOperation operation, IStorageProvider *table,
                                   std::string const &providerName);
 };

@@ -23,13 +23,13 @@ struct AF_API SProviderDescriptor {
     SProviderDescriptor(const SProviderDescriptor &) = delete;
     SProviderDescriptor &operator=(const SProviderDescriptor &) = delete;
 
-    /// Ignores null. @throws std::bad_alloc
+    /// Adds a location behind the others; ignores null. @throws std::bad_alloc
     void addLocation(SLocationDescriptor *location);
 
     /// Removes the first listed location of that id, if there is one.
     void deleteLocation(unsigned long locationId);
 
-    /// @return the provider's code if that is an error, traced; else eAF_S_OK.
+    /// Calls the provider's entry. @return its code if that is an error, traced; else eAF_S_OK.
     EAFResult reserveWritableSpace(unsigned long locationId, unsigned long size);
 
     /// Visits every listed location, also after a failure. @return true when any failed.

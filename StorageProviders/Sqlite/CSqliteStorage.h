@@ -21,6 +21,7 @@ AF_API EAFResult CSqliteStorage_SetFile(unsigned long locationId, const char *fi
 /// @return the table for CStorageManager_RegisterStorageProvider; it lives as long as the library.
 AF_API IStorageProvider *CSqliteStorage_GetProvider(void);
 
+/// Tells what the provider did for a location.
 /// @param statistics  receives what the last store and retrieve of the location did.
 /// @retval eAF_E_UNKNOWN_LOCATION  no file was named for it.
 AF_API EAFResult CSqliteStorage_GetStatistics(unsigned long locationId, SStorageStatistics *statistics);

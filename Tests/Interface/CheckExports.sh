@@ -12,8 +12,8 @@ program=$5
 framework_list=$6
 tracing=$7
 
-flat_list() { sed -nE 's/^  ([A-Za-z_]+);$/\1/p' "${1:-$list}" | sort; }
-class_list() { sed -nE 's/^    "(.*)";$/\1/p' "$list" | sort; }
+flat_list() { sed -nE 's/^ +([A-Za-z_0-9]+);$/\1/p' "${1:-$list}" | sort; }
+class_list() { sed -nE 's/^ +"(.*)";$/\1/p' "$list" | sort; }
 exported() { nm -DC --defined-only "$library" | cut -d ' ' -f 3- | sort -u; }
 
 # same WHAT A B: compares two lists and shows each difference.
@@ -40,9 +40,9 @@ ListEqualsSymbols)
     ;;
 ListEqualsHeaders)
     flat_list >"$work/listed"
-    # The name before the first parenthesis of each exported C declaration.
-    cat "$headers"/*.h | tr '\n' ' ' | grep -oE 'AF_API [A-Za-z_0-9]+( \*?[A-Za-z_0-9]+)+\(' |
-        sed -E 's/.* \*?([A-Za-z_0-9]+)\($/\1/' | grep -vE '^(getECallbackPriorityName|__attribute__)$' | sort >"$work/declared"
+    # The name before the first parenthesis of each exported C declaration, or at the end of an object's.
+    cat "$headers"/*.h | tr '\n' ' ' | grep -oE '(AF|GCL|VT)_API [A-Za-z_0-9]+( \*?[A-Za-z_0-9]+)+[(;]' |
+        sed -E 's/.* \*?([A-Za-z_0-9]+)[(;]$/\1/' | grep -vE '^(getECallbackPriorityName|__attribute__)$' | sort >"$work/declared"
     [ -s "$work/declared" ]
     same "the list's flat operations and the headers" "$work/listed" "$work/declared"
     ;;

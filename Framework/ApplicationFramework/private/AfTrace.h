@@ -14,6 +14,10 @@ constexpr bool isError(std::uint32_t code) {
     return code >= eAF_E_FAILED;
 }
 
+/// Opens a record if the code's level is enabled. The threshold is read before the code is mapped.
+/// @return whether there is a record to fill and to end.
+bool beginTrace(std::uint32_t code, const VoxTraceHeader &header) noexcept;
+
 /// Ends a record with its code line.
 void endTrace(std::uint32_t code) noexcept;
 
@@ -21,17 +25,15 @@ void endTrace(std::uint32_t code) noexcept;
 
 /// Traces one message under a function's name; the arguments are evaluated only when the level is enabled.
 ///
-/// The level test stands at the site: a disabled trace costs no more than that. The threshold is read before
-/// the code is mapped.
+/// A site is a header, a question and a message: there are so many of them that what else they share stands in
+/// AfTrace.cpp.
 #define AF_TRACE_AS(label, traceCode, ...)                                                                             \
     do {                                                                                                               \
-        const std::int32_t afThreshold = __atomic_load_n(&AF_trace.level, __ATOMIC_RELAXED);                           \
-        const std::int32_t afLevel = CKivTraceHandler_DmLevel2VtLevel(traceCode);                                      \
-        if (afThreshold >= afLevel) {                                                                                  \
-            static const VoxTraceHeader afHeader = {__FILE__, __LINE__, label};                                        \
-            VT_beginImpl(&AF_trace, afLevel, &afHeader);                                                               \
+        static const VoxTraceHeader afHeader = {__FILE__, __LINE__, label};                                            \
+        const std::uint32_t afCode = traceCode;                                                                        \
+        if (af::beginTrace(afCode, afHeader)) {                                                                        \
             VT_rawprintf(&AF_trace, __VA_ARGS__);                                                                      \
-            af::endTrace(traceCode);                                                                                   \
+            af::endTrace(afCode);                                                                                      \
         }                                                                                                              \
     } while (false)
 

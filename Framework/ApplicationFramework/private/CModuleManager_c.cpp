@@ -27,10 +27,13 @@ struct EmptyAtExit {
 } emptyAtExit;
 
 template <class Records>
-auto *find(Records &records, std::uint32_t id) {
-    const auto found =
-        std::find_if(records.begin(), records.end(), [id](const auto &record) { return record.id == id; });
-    return found == records.end() ? nullptr : &*found;
+typename Records::value_type *find(Records &records, std::uint32_t id) {
+    for (auto &record : records) {
+        if (record.id == id) {
+            return &record;
+        }
+    }
+    return nullptr;
 }
 
 /// The step that all four registrations share; each adds its own traces.

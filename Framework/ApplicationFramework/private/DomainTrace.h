@@ -2,9 +2,7 @@
 /// Messages through the platform's trace objects.
 #pragma once
 
-#include <new>
-#include <sstream>
-
+#include "EAFResult.h"
 #include "VoxTrace.h"
 
 namespace af {
@@ -15,30 +13,16 @@ struct TraceEnd {
     ~TraceEnd() { isGone = true; }
 };
 
-/// Composes a message, only when its level is enabled, and logs it. A message that finds no memory is lost rather
-/// than thrown: logs are written from constructors, destructors and flat functions.
-template <class Compose>
-void logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, Compose compose) {
-    if (isGone || !trace.isEnabled(level)) {
-        return;
-    }
-    try {
-        std::ostringstream message;
-        message.exceptions(std::ios::badbit); // a stream would rather cut the text than say that memory ran out
-        compose(message);
-        trace.logMsg(level, header, message.str().c_str());
-    } catch (const std::bad_alloc &) { // NOLINT(bugprone-empty-catch): see above
-    }
-}
+/// Logs a text, with the name of a result behind it where there is one. The message is composed only when its level is
+/// enabled. One that finds no memory is lost rather than thrown: logs are written from constructors, destructors and
+/// flat functions.
+void logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
+           const EAFResult *result = nullptr);
 
 /// Logs the path or name that a storage access asks for; nothing of a null one.
 inline void logAccess(VoxTrace &trace, bool isGone, const VoxTraceHeader &header, const char *requested) {
     constexpr VoxTraceLevel accessLevel = 7;
-    logTo(trace, isGone, accessLevel, header, [requested](std::ostream &message) {
-        if (requested != nullptr) {
-            message << requested;
-        }
-    });
+    logTo(trace, isGone, accessLevel, header, requested != nullptr ? requested : "");
 }
 
 } // namespace af

@@ -1,10 +1,8 @@
 // ModuleInterface and the registrator that each of them embeds; the two share one trace object.
 #include "ModuleInterface.h"
 
-#include <new>
 #include <utility>
 
-#include "AfResult.h"
 #include "AfTrace.h"
 #include "CModuleManager.h"
 #include "DomainTrace.h"
@@ -19,20 +17,48 @@ VoxTrace moduleTrace("ZEL.AF.MOD", 3, 256);
 bool isModuleTraceGone = false;
 const af::TraceEnd moduleTraceEnd{isModuleTraceGone};
 
-/// Logs a text and, where there is one, a result.
-void log(VoxTraceLevel level, const VoxTraceHeader &header, const char *text, const EAFResult *result) {
-    af::logTo(moduleTrace, isModuleTraceGone, level, header, [text, result](std::ostream &message) {
-        message << text;
-        if (result != nullptr) {
-            message << AfResult::toString(*result);
-        }
-    });
+void logResult(const VoxTraceHeader &header, const char *text, EAFResult result) {
+    af::logTo(moduleTrace, isModuleTraceGone, registrationResultLevel, header, text, &result);
 }
 
 EAFResult unimplementedHandler(const VoxTraceHeader &header) {
-    log(unimplementedHandlerLevel, header, "subscription to phase without implementation", nullptr);
+    af::logTo(moduleTrace, isModuleTraceGone, unimplementedHandlerLevel, header,
+              "subscription to phase without implementation");
     return eAF_E_NOT_IMPLEMENTED;
 }
+
+struct PhaseHandler {
+    unsigned int phaseId;
+    EAFResult (ModuleInterface::*handler)();
+};
+
+// The three warm-restart handlers have no phase id: derived dispatchers alone reach them.
+constexpr PhaseHandler phaseHandlers[] = {
+    {0, &ModuleInterface::onModuleRegisterStorageObjects},
+    {5, &ModuleInterface::onPhaseModuleStorageObjectsRetrieved},
+    {11, &ModuleInterface::onModuleInit},
+    {13, &ModuleInterface::onPhaseStart},
+    {16, &ModuleInterface::onPhaseStop},
+    {18, &ModuleInterface::onPhasePreFrameformatLoad},
+    {19, &ModuleInterface::onPhaseFrameformatLoad},
+    {20, &ModuleInterface::onPhasePostFrameformatLoad},
+    {21, &ModuleInterface::onPhaseEndFrameformatLoad},
+    {22, &ModuleInterface::onPhaseRestartTickScheduler},
+    {23, &ModuleInterface::onPhaseSuppressErrors},
+    {24, &ModuleInterface::onModuleRegisterImTi},
+    {26, &ModuleInterface::onPhaseSetRadioChannelNearEndFinished},
+    {27, &ModuleInterface::onPhasePreRadioRestartCold},
+    {28, &ModuleInterface::onPhasePreRadioRestartWarm},
+    {29, &ModuleInterface::onPhasePostRadioRestartCold},
+    {30, &ModuleInterface::onPhasePostRadioRestartWarm},
+    {31, &ModuleInterface::onPhaseDisableAlarmThread},
+    {32, &ModuleInterface::onPhasePreDspRecovery},
+    {33, &ModuleInterface::onPhaseDspRecoveryReloadFw},
+    {34, &ModuleInterface::onPhaseDspRecoveryReloadFf},
+    {35, &ModuleInterface::onPhaseDspRecoveryReconfig},
+    {36, &ModuleInterface::onPhasePostDspRecovery},
+    {37, &ModuleInterface::onPhaseEnableAlarmThread},
+};
 
 std::vector<unsigned int> copyOfFilter(const unsigned int *phaseFilter, unsigned int noOfPhaseFilterElements) {
     if (phaseFilter == nullptr) {
@@ -72,7 +98,7 @@ EAFResult CModuleManagerRegistrator::Register() {
         m_registered = !af::isError(result);
     }
     static const VoxTraceHeader header = {__FILE__, __LINE__, __func__};
-    log(registrationResultLevel, header, "CModuleManagerRegistrator::Register() AfResult: ", &result);
+    logResult(header, "CModuleManagerRegistrator::Register() AfResult: ", result);
     return result;
 }
 
@@ -84,7 +110,7 @@ EAFResult CModuleManagerRegistrator::Unregister() {
     }
     static const VoxTraceHeader header = {__FILE__, __LINE__, __func__};
     // The destructor's name stands here on every path; log readers look for it.
-    log(registrationResultLevel, header, "~CModuleManagerRegistrator() AfResult: ", &result);
+    logResult(header, "~CModuleManagerRegistrator() AfResult: ", result);
     return result;
 }
 
@@ -122,59 +148,12 @@ EAFResult ModuleInterface::onPhaseActivationWrapper(void *context, unsigned int 
 }
 
 EAFResult ModuleInterface::onPhaseActivation(unsigned int phaseId, ECallbackPriority /*priority*/) {
-    // The three warm-restart handlers have no phase id: derived dispatchers alone reach them.
-    switch (phaseId) {
-    case 0:
-        return onModuleRegisterStorageObjects();
-    case 5:
-        return onPhaseModuleStorageObjectsRetrieved();
-    case 11:
-        return onModuleInit();
-    case 13:
-        return onPhaseStart();
-    case 16:
-        return onPhaseStop();
-    case 18:
-        return onPhasePreFrameformatLoad();
-    case 19:
-        return onPhaseFrameformatLoad();
-    case 20:
-        return onPhasePostFrameformatLoad();
-    case 21:
-        return onPhaseEndFrameformatLoad();
-    case 22:
-        return onPhaseRestartTickScheduler();
-    case 23:
-        return onPhaseSuppressErrors();
-    case 24:
-        return onModuleRegisterImTi();
-    case 26:
-        return onPhaseSetRadioChannelNearEndFinished();
-    case 27:
-        return onPhasePreRadioRestartCold();
-    case 28:
-        return onPhasePreRadioRestartWarm();
-    case 29:
-        return onPhasePostRadioRestartCold();
-    case 30:
-        return onPhasePostRadioRestartWarm();
-    case 31:
-        return onPhaseDisableAlarmThread();
-    case 32:
-        return onPhasePreDspRecovery();
-    case 33:
-        return onPhaseDspRecoveryReloadFw();
-    case 34:
-        return onPhaseDspRecoveryReloadFf();
-    case 35:
-        return onPhaseDspRecoveryReconfig();
-    case 36:
-        return onPhasePostDspRecovery();
-    case 37:
-        return onPhaseEnableAlarmThread();
-    default:
-        return eAF_S_OK;
+    for (const PhaseHandler &each : phaseHandlers) {
+        if (each.phaseId == phaseId) {
+            return (this->*each.handler)();
+        }
     }
+    return eAF_S_OK;
 }
 
 #define AF_UNIMPLEMENTED_HANDLER(handler)                                                                              \

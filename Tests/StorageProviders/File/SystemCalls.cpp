@@ -39,6 +39,17 @@ Function *systems(const char *name) {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
+/// Of a call that takes a file's size or time: the header gives it another symbol where a 32-bit target asks for 64
+/// bits of both, and so the definition below has that one too.
+template <class Function>
+Function *systems([[maybe_unused]] const char *name, [[maybe_unused]] const char *wideName) {
+#ifdef __USE_TIME_BITS64
+    return systems<Function>(wideName);
+#else
+    return systems<Function>(name);
+#endif
+}
+
 /// @return whether the name is the folder, or of one of its files. @param file  receives its name there.
 bool isWatched(const char *name, std::string &file) {
     if (watching == nullptr) {
@@ -166,7 +177,7 @@ int open(const char *name, int flags, ...) {
     const mode_t mode =
         (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
-    static auto *const own = systems<int(const char *, int, ...)>("open");
+    static auto *const own = systems<int(const char *, int, ...)>("open", "open64");
     std::string file;
     if (!isWatched(name, file)) {
         return own(name, flags, mode);
@@ -185,7 +196,9 @@ int open(const char *name, int flags, ...) {
     return descriptor;
 }
 
+#ifndef __USE_TIME_BITS64
 int open64(const char *name, int flags, ...) __attribute__((alias("open")));
+#endif
 
 int close(int descriptor) {
     static auto *const own = systems<int(int)>("close");
@@ -231,19 +244,19 @@ ssize_t write(int descriptor, const void *bytes, size_t length) {
 }
 
 ssize_t pread(int descriptor, void *bytes, size_t length, off_t offset) {
-    static auto *const own = systems<ssize_t(int, void *, size_t, off_t)>("pread");
+    static auto *const own = systems<ssize_t(int, void *, size_t, off_t)>("pread", "pread64");
     std::string file;
     return isWatched(descriptor, file) && isFailing("pread", file) ? -1 : own(descriptor, bytes, length, offset);
 }
 
 ssize_t pwrite(int descriptor, const void *bytes, size_t length, off_t offset) {
-    static auto *const own = systems<ssize_t(int, const void *, size_t, off_t)>("pwrite");
+    static auto *const own = systems<ssize_t(int, const void *, size_t, off_t)>("pwrite", "pwrite64");
     std::string file;
     return isWatched(descriptor, file) && isFailing("pwrite", file) ? -1 : own(descriptor, bytes, length, offset);
 }
 
 int ftruncate(int descriptor, off_t length) noexcept {
-    static auto *const own = systems<int(int, off_t)>("ftruncate");
+    static auto *const own = systems<int(int, off_t)>("ftruncate", "ftruncate64");
     std::string file;
     return isWatched(descriptor, file) && isFailing("ftruncate", file) ? -1 : own(descriptor, length);
 }
@@ -253,12 +266,14 @@ int fcntl(int descriptor, int command, ...) {
     va_start(arguments, command);
     void *argument = va_arg(arguments, void *); // NOLINT(clang-analyzer-valist.Uninitialized)
     va_end(arguments);
-    static auto *const own = systems<int(int, int, ...)>("fcntl");
+    static auto *const own = systems<int(int, int, ...)>("fcntl", "__fcntl_time64");
     std::string file;
     return isWatched(descriptor, file) && isFailing("fcntl", file) ? -1 : own(descriptor, command, argument);
 }
 
+#ifndef __USE_TIME_BITS64
 int fcntl64(int descriptor, int command, ...) __attribute__((alias("fcntl")));
+#endif
 
 int fdatasync(int descriptor) {
     static auto *const own = systems<int(int)>("fdatasync");
@@ -299,19 +314,19 @@ int fchown(int descriptor, uid_t owner, gid_t group) noexcept {
 }
 
 int stat(const char *name, struct stat *status) noexcept {
-    static auto *const own = systems<int(const char *, struct stat *)>("stat");
+    static auto *const own = systems<int(const char *, struct stat *)>("stat", "__stat64_time64");
     std::string file;
     return isWatched(name, file) && isFailing("stat", file) ? -1 : own(name, status);
 }
 
 int lstat(const char *name, struct stat *status) noexcept {
-    static auto *const own = systems<int(const char *, struct stat *)>("lstat");
+    static auto *const own = systems<int(const char *, struct stat *)>("lstat", "__lstat64_time64");
     std::string file;
     return isWatched(name, file) && isFailing("lstat", file) ? -1 : own(name, status);
 }
 
 int fstat(int descriptor, struct stat *status) noexcept {
-    static auto *const own = systems<int(int, struct stat *)>("fstat");
+    static auto *const own = systems<int(int, struct stat *)>("fstat", "__fstat64_time64");
     std::string file;
     return isWatched(descriptor, file) && isFailing("fstat", file) ? -1 : own(descriptor, status);
 }

@@ -1,0 +1,22 @@
+#include "DomainTrace.h"
+
+#include <new>
+#include <string>
+
+#include "AfResult.h"
+
+void af::logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
+               const EAFResult *result) {
+    if (isGone || !trace.isEnabled(level)) {
+        return;
+    }
+    try {
+        // Not a stream: the library would need none of the standard library's otherwise, and they are large.
+        std::string message = text;
+        if (result != nullptr) {
+            message += AfResult::toString(*result);
+        }
+        trace.logMsg(level, header, message.c_str());
+    } catch (const std::bad_alloc &) { // NOLINT(bugprone-empty-catch): see the header
+    }
+}
