@@ -266,9 +266,8 @@ TEST_F(CListTest, ACopiedPlace_GoesOnByItself) {
     CListIterator place{};
     void *element = nullptr;
     ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
-    const CListIterator kept = place;
+    CListIterator copy = place;
     ASSERT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
-    CListIterator copy = kept;
 
     EXPECT_EQ(CList_GetNext(&m_list, &element, &copy), test::done);
 
