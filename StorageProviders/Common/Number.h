@@ -4,9 +4,9 @@
 
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -49,55 +49,63 @@ auto withElementOf(EVariableType type, Visit &&visit) {
     }
 }
 
+// Numbers are read from and written to the place where their bytes lie. A value on its way would lose which NaN it was:
+// registers of 32-bit x86 make a quiet one of a signalling one.
+
 template <class Real>
 using BitsOf = std::conditional_t<sizeof(Real) == 4, std::uint32_t, std::uint64_t>;
 
-/// A NaN as "nan:" and its bits: which one it was is kept.
 template <class Real>
-void appendNan(std::string &text, Real number) {
-    BitsOf<Real> bits{};
-    std::memcpy(&bits, &number, sizeof(bits));
-    text += "nan:";
-    for (int shift = static_cast<int>(sizeof(bits)) * 8 - 4; shift >= 0; shift -= 4) {
-        text += "0123456789abcdef"[(bits >> shift) & 0xF];
-    }
+bool isNan(BitsOf<Real> bits) {
+    constexpr int fraction = std::numeric_limits<Real>::digits - 1;
+    constexpr BitsOf<Real> sign = BitsOf<Real>{1} << (sizeof(bits) * 8 - 1);
+    constexpr BitsOf<Real> infinity = (sign - 1) >> fraction << fraction;
+    return (bits & ~sign) > infinity;
 }
 
-template <class Real>
-bool parseNan(std::string_view text, Real &number) {
-    BitsOf<Real> bits{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bits, 16);
-    if (error != std::errc{} || end != text.data() + text.size()) {
-        return false;
-    }
-    std::memcpy(&number, &bits, sizeof(bits));
-    return std::isnan(number);
-}
-
+/// @return the number there; of a NaN, that it is one.
 template <class Number>
-void appendNumber(std::string &text, Number number) {
+Number numberAt(const void *place) {
+    Number number{};
+    std::memcpy(&number, place, sizeof(number));
+    return number;
+}
+
+/// Appends the number there; a NaN as "nan:" and its bits.
+template <class Number>
+void appendNumber(std::string &text, const void *place) {
     if constexpr (std::is_floating_point_v<Number>) {
-        if (std::isnan(number)) {
-            appendNan(text, number);
+        const auto bits = numberAt<BitsOf<Number>>(place);
+        if (isNan<Number>(bits)) {
+            text += "nan:";
+            for (int shift = static_cast<int>(sizeof(bits)) * 8 - 4; shift >= 0; shift -= 4) {
+                text += "0123456789abcdef"[(bits >> shift) & 0xF];
+            }
             return;
         }
     }
     // The longest: a double's sign, 17 digits, point and exponent.
     std::array<char, 32> digits{};
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), numberAt<Number>(place)).ptr;
     text.append(digits.data(), end);
 }
 
-/// @return whether the whole text is one number that the type holds.
+/// @return whether the whole text is one number that the type holds, which the place then receives.
 template <class Number>
-bool parseNumber(std::string_view text, Number &number) {
+bool parseNumber(std::string_view text, void *place) {
+    const auto parse = [place](std::string_view digits, auto &number, auto... base) {
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number, base...);
+        std::memcpy(place, &number, sizeof(number));
+        return error == std::errc{} && end == digits.data() + digits.size();
+    };
     if constexpr (std::is_floating_point_v<Number>) {
         if (text.substr(0, 4) == "nan:") {
-            return parseNan(text.substr(4), number);
+            BitsOf<Number> bits{};
+            return parse(text.substr(4), bits, 16) && isNan<Number>(bits);
         }
     }
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc{} && end == text.data() + text.size();
+    Number number{};
+    return parse(text, number);
 }
 
 } // namespace storage

@@ -82,9 +82,10 @@ TEST_P(Storage, AMissingFolder_IsSaidAndTheHostStartsWithDefaults) {
 TEST_P(Storage, ADamagedStore_IsSetAsideAndTheHostStartsWithDefaults) {
     ASSERT_EQ(ChildProgram(RADIO_UNIT_CONTROLLER, with({})).exitCode(), 0);
     std::filesystem::remove(store() + ".1");
+    const auto size = static_cast<std::size_t>(std::filesystem::file_size(store()));
     std::fstream stream(store(), std::ios::binary | std::ios::in | std::ios::out);
-    stream.seekp(static_cast<std::streamoff>(std::filesystem::file_size(store()) / 2));
-    stream << std::string(std::filesystem::file_size(store()) / 3, 'x');
+    stream.seekp(static_cast<std::streamoff>(size / 2));
+    stream << std::string(size / 3, 'x');
     stream.close();
     ChildProgram controller(RADIO_UNIT_CONTROLLER, with({}));
     EXPECT_EQ(controller.exitCode(), 0) << controller.errors();

@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <thread>
 #include <utility>
 
@@ -207,13 +206,20 @@ bool isStoreThere(const std::string &file) {
     return isThere(file) || isThere(beforeOf(file));
 }
 
+/// @return whether both are there, and are one file.
+bool isSameFile(const std::string &one, const std::string &other) {
+    struct stat first {};
+    struct stat second {};
+    return stat(one.c_str(), &first) == 0 && stat(other.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
 bool isPartOf(const std::string &file, const StoreName &store) {
     const std::string path = storage::resolvedName(file);
     for (const std::string &name : {store.file, storage::resolvedName(store.file)}) {
         for (const char *suffix : {"", ".1", ".new", ".lock", "-journal", "-wal", "-shm"}) {
             const std::string part = name + suffix;
-            std::error_code error;
-            if (path == storage::resolvedName(part) || std::filesystem::equivalent(file, part, error)) {
+            if (path == storage::resolvedName(part) || isSameFile(file, part)) {
                 return true;
             }
         }

@@ -35,13 +35,14 @@ double readable(double value) {
 }
 
 template <class Element>
-json toJson(Element element) {
+json toJson(const void *place) {
+    const auto element = numberAt<Element>(place);
     if constexpr (std::is_floating_point_v<Element>) {
         if (std::isfinite(element)) {
             return readable(element);
         }
         std::string text;
-        appendNumber(text, element);
+        appendNumber<Element>(text, place);
         return text;
     } else {
         return element;
@@ -68,23 +69,28 @@ bool integerFromJson(const json &number, Element &element) {
 }
 
 template <class Element>
-bool realFromJson(const json &number, Element &element) {
+bool realFromJson(const json &number, void *place) {
     if (number.is_string()) {
-        return parseNumber(number.get_ref<const std::string &>(), element) && !std::isfinite(element);
+        return parseNumber<Element>(number.get_ref<const std::string &>(), place) &&
+               !std::isfinite(numberAt<Element>(place));
     }
     if (!number.is_number()) {
         return false;
     }
-    element = static_cast<Element>(number.get<double>());
+    const auto element = static_cast<Element>(number.get<double>());
+    std::memcpy(place, &element, sizeof element);
     return std::isfinite(element);
 }
 
 template <class Element>
-bool fromJson(const json &found, Element &element) {
+bool fromJson(const json &found, void *place) {
     if constexpr (std::is_floating_point_v<Element>) {
-        return realFromJson(found, element);
+        return realFromJson<Element>(found, place);
     } else {
-        return integerFromJson(found, element);
+        Element element{};
+        const bool isOne = integerFromJson(found, element);
+        std::memcpy(place, &element, sizeof element);
+        return isOne;
     }
 }
 
@@ -157,11 +163,11 @@ json toJson(const StoredValue &value) {
     return withElementOf(value.type, [&value](auto element) {
         json array = json::array();
         for (std::size_t i = 0; i < value.content.size(); i += sizeof element) {
-            std::memcpy(&element, value.content.data() + i, sizeof element);
+            json number = toJson<decltype(element)>(value.content.data() + i);
             if (!isArray(value.type)) {
-                return toJson(element);
+                return number;
             }
-            array.push_back(toJson(element));
+            array.push_back(std::move(number));
         }
         return array;
     });
@@ -186,11 +192,10 @@ bool fromJson(const nlohmann::json &json, StoredValue &value, std::string &reaso
     return withElementOf(value.type, [&](auto element) {
         for (std::size_t i = 0; i < value.content.size(); i += sizeof element) {
             const nlohmann::json &found = isArray(value.type) ? json[i / sizeof element] : json;
-            if (!fromJson(found, element)) {
+            if (!fromJson<decltype(element)>(found, value.content.data() + i)) {
                 reason = shown(found) + " is no value of " + std::string(typeName(value.type));
                 return false;
             }
-            std::memcpy(value.content.data() + i, &element, sizeof element);
         }
         return true;
     });

@@ -2,12 +2,12 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <new>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -16,19 +16,49 @@
 
 namespace storage {
 
-std::string resolvedName(const std::string &file) {
-    std::error_code error;
-    std::filesystem::path whole = std::filesystem::absolute(file, error);
-    constexpr int mostLinks = 40;
-    // Also links to what is not there yet, which canonical names leave as they are.
-    for (int i = 0; i < mostLinks && !error && std::filesystem::is_symlink(symlink_status(whole, error)); ++i) {
-        whole = whole.parent_path() / std::filesystem::read_symlink(whole, error);
-    }
-    const std::filesystem::path resolved = std::filesystem::weakly_canonical(whole, error);
-    if (error == std::errc::not_enough_memory) {
+namespace {
+
+constexpr unsigned mostLinks = 40; // as many as the system follows
+
+/// @return what a link points to; empty when it is none.
+std::string targetOf(const std::string &path) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    if (length < 0 && errno == ENOMEM) {
         throw std::bad_alloc(); // a link that was not followed would be replaced
     }
-    return error ? file : resolved.string();
+    return {target.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+} // namespace
+
+std::string resolvedName(const std::string &file) {
+    std::string rest = file;
+    if (file.rfind('/', 0) != 0) {
+        std::array<char, PATH_MAX> folder{};
+        if (getcwd(folder.data(), folder.size()) == nullptr) {
+            return file;
+        }
+        rest.insert(0, "/").insert(0, folder.data());
+    }
+    // Step by step from the root: nothing needs to be there, neither the file nor what a link points to.
+    std::string resolved;
+    for (unsigned links = 0; !rest.empty();) {
+        const std::string step = rest.substr(0, rest.find('/'));
+        rest.erase(0, step.size() + 1);
+        if (step == "..") {
+            resolved.erase(resolved.empty() ? 0 : resolved.rfind('/'));
+        } else if (!step.empty() && step != ".") {
+            const std::size_t folder = resolved.size();
+            resolved.append("/").append(step);
+            const std::string target = targetOf(resolved);
+            if (!target.empty() && ++links <= mostLinks) {
+                resolved.resize(target.front() == '/' ? 0 : folder);
+                rest.insert(0, "/").insert(0, target);
+            }
+        }
+    }
+    return resolved.empty() ? "/" : resolved;
 }
 
 namespace {

@@ -1,8 +1,9 @@
 #include "ArrayText.h"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstddef>
-#include <cstring>
 
 #include "Number.h"
 
@@ -64,16 +65,16 @@ private:
 };
 
 template <class Number>
-void appendElement(std::string &text, Number number) {
+void appendElement(std::string &text, const void *place) {
     if constexpr (std::is_floating_point_v<Number>) {
-        if (!std::isfinite(number)) {
+        if (!std::isfinite(numberAt<Number>(place))) {
             text += '"';
-            appendNumber(text, number);
+            appendNumber<Number>(text, place);
             text += '"';
             return;
         }
     }
-    appendNumber(text, number);
+    appendNumber<Number>(text, place);
 }
 
 template <class Number>
@@ -81,16 +82,15 @@ bool parseElements(std::string_view text, StoredValue &value, std::string &misfi
     Elements elements(text);
     bool isWellFormed = elements.begin();
     std::size_t count = 0;
+    std::array<unsigned char, sizeof(Number)> spare{}; // for what is one too many
     for (; isWellFormed && !elements.isAtEnd(); ++count) {
         std::string_view element;
         isWellFormed = elements.next(element);
-        Number number{};
-        if (isWellFormed && !parseNumber(element, number)) {
+        unsigned char *place =
+            count < value.noOfElements ? value.content.data() + count * sizeof(Number) : spare.data();
+        if (isWellFormed && !parseNumber<Number>(element, place)) {
             misfit = "element " + std::to_string(count) + " is " + std::string(element.substr(0, 40));
             return false;
-        }
-        if (isWellFormed && count < value.noOfElements) {
-            std::memcpy(value.content.data() + count * sizeof(number), &number, sizeof(number));
         }
     }
     if (!isWellFormed || !elements.isTextAtEnd()) {
@@ -113,8 +113,7 @@ void appendArray(std::string &text, const StoredValue &value) {
             if (i > 0) {
                 text += ',';
             }
-            std::memcpy(&number, value.content.data() + i, sizeof(number));
-            appendElement(text, number);
+            appendElement<decltype(number)>(text, value.content.data() + i);
         }
         text += ']';
     });

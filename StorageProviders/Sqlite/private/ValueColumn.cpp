@@ -1,6 +1,7 @@
 #include "ValueColumn.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <limits>
@@ -29,13 +30,14 @@ void bindString(Statement &statement, int parameter, const StoredValue &value) {
 }
 
 template <class Number>
-void bindNumber(Statement &statement, int parameter, Number number, std::string &text) {
+void bindNumber(Statement &statement, int parameter, const void *place, std::string &text) {
+    const auto number = numberAt<Number>(place);
     if constexpr (std::is_integral_v<Number>) {
         statement.bindInteger(parameter, number);
     } else if (std::isnan(number)) {
         // SQLite would make NULL of it.
         text.clear();
-        appendNumber(text, number);
+        appendNumber<Number>(text, place);
         statement.bindText(parameter, text);
     } else {
         statement.bindReal(parameter, static_cast<double>(number));
@@ -53,18 +55,19 @@ bool holds(double real) {
     return std::isinf(real) || std::abs(real) <= static_cast<double>(std::numeric_limits<Number>::max());
 }
 
-/// @return whether the column's value is a number that the type holds.
+/// @return whether the column's value is a number that the type holds, which the place then receives.
 template <class Number>
-bool numberOf(const Statement &statement, int column, Number &number) {
+bool numberOf(const Statement &statement, int column, void *place) {
     const int type = statement.columnType(column);
     if (type == SQLITE_TEXT) {
-        return parseNumber(statement.bytes(column), number);
+        return parseNumber<Number>(statement.bytes(column), place);
     }
+    const auto put = [place](Number number) { std::memcpy(place, &number, sizeof(number)); };
     if constexpr (std::is_integral_v<Number>) {
-        number = static_cast<Number>(statement.integer(column));
+        put(static_cast<Number>(statement.integer(column)));
         return type == SQLITE_INTEGER && holds<Number>(statement.integer(column));
     } else {
-        number = static_cast<Number>(statement.real(column));
+        put(static_cast<Number>(statement.real(column)));
         return (type == SQLITE_INTEGER || type == SQLITE_FLOAT) && holds<Number>(statement.real(column));
     }
 }
@@ -76,8 +79,9 @@ std::string shown(const Statement &statement, int column) {
     case SQLITE_INTEGER:
         return std::to_string(statement.integer(column));
     case SQLITE_FLOAT: {
+        const double real = statement.real(column);
         std::string text;
-        appendNumber(text, statement.real(column));
+        appendNumber<double>(text, &real);
         return text;
     }
     case SQLITE_TEXT:
@@ -106,11 +110,8 @@ bool readString(const Statement &statement, int column, StoredValue &value, std:
 }
 
 bool readNumber(const Statement &statement, int column, StoredValue &value, std::string &misfit) {
-    const bool fits = withElementOf(value.type, [&](auto number) {
-        const bool isNumber = numberOf(statement, column, number);
-        std::memcpy(value.content.data(), &number, sizeof(number));
-        return isNumber;
-    });
+    const bool fits = withElementOf(
+        value.type, [&](auto number) { return numberOf<decltype(number)>(statement, column, value.content.data()); });
     if (!fits) {
         misfit = shown(statement, column);
     }
@@ -136,8 +137,7 @@ void bindValue(Statement &statement, int parameter, const StoredValue &value, st
         statement.bindText(parameter, text);
     } else {
         withElementOf(value.type, [&](auto number) {
-            std::memcpy(&number, value.content.data(), sizeof(number));
-            bindNumber(statement, parameter, number, text);
+            bindNumber<decltype(number)>(statement, parameter, value.content.data(), text);
         });
     }
 }

@@ -54,8 +54,8 @@ bool isWritableHere(std::uintptr_t address) {
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);) {
         const std::size_t dash = line.find('-');
-        const std::uintptr_t begin = std::stoull(line.substr(0, dash), nullptr, 16);
-        const std::uintptr_t end = std::stoull(line.substr(dash + 1), nullptr, 16);
+        const unsigned long long begin = std::stoull(line.substr(0, dash), nullptr, 16);
+        const unsigned long long end = std::stoull(line.substr(dash + 1), nullptr, 16);
         if (begin <= address && address < end) {
             return line.find(" rw") != std::string::npos;
         }

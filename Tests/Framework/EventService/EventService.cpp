@@ -47,6 +47,25 @@ std::string wordOf(const std::string &file) {
     return word;
 }
 
+#ifdef ZELAF_EMULATED
+// An emulator's thread sleeps in a call of the machine's own kernel, which knows it by the number of x86-64.
+const std::vector<long> sendingCalls{242};
+const std::vector<long> receivingCalls{243};
+#else
+const std::vector<long> sendingCalls{
+    SYS_mq_timedsend,
+#ifdef SYS_mq_timedsend_time64
+    SYS_mq_timedsend_time64,
+#endif
+};
+const std::vector<long> receivingCalls{
+    SYS_mq_timedreceive,
+#ifdef SYS_mq_timedreceive_time64
+    SYS_mq_timedreceive_time64,
+#endif
+};
+#endif
+
 /// A thread that does not sleep has no number there.
 bool eventuallySleepsIn(int thread, const std::vector<long> &systemCalls) {
     const std::string file = "/proc/self/task/" + std::to_string(thread) + "/syscall";
@@ -103,19 +122,11 @@ std::vector<int> threadsNamed(const std::string &name) {
 }
 
 bool eventuallyBlocksSending(int thread) {
-    std::vector<long> calls{SYS_mq_timedsend};
-#ifdef SYS_mq_timedsend_time64
-    calls.push_back(SYS_mq_timedsend_time64);
-#endif
-    return eventuallySleepsIn(thread, calls);
+    return eventuallySleepsIn(thread, sendingCalls);
 }
 
 bool eventuallyBlocksReceiving(int thread) {
-    std::vector<long> calls{SYS_mq_timedreceive};
-#ifdef SYS_mq_timedreceive_time64
-    calls.push_back(SYS_mq_timedreceive_time64);
-#endif
-    return eventuallySleepsIn(thread, calls);
+    return eventuallySleepsIn(thread, receivingCalls);
 }
 
 Listener::Listener(std::string name, EAFResult theAnswer)

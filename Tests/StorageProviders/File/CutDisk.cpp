@@ -46,8 +46,9 @@ void CutDisk::apply(const Change &change) {
         break;
     case Change::write: {
         std::string &bytes = m_files[m_names.at(change.file)].bytes;
-        bytes.resize(std::max<std::size_t>(bytes.size(), change.offset + change.other.size()));
-        bytes.replace(change.offset, change.other.size(), change.other);
+        const auto offset = static_cast<std::size_t>(change.offset);
+        bytes.resize(std::max(bytes.size(), offset + change.other.size()));
+        bytes.replace(offset, change.other.size(), change.other);
         break;
     }
     case Change::syncFile: {

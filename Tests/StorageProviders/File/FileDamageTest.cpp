@@ -319,7 +319,7 @@ struct Packed {
         std::uint32_t length = 0;
         for (std::size_t at = record; at + 8 <= bytes.size() - 4; at += 4 + length) {
             std::memcpy(&length, bytes.data() + at, sizeof length);
-            if (length < 4 || at + 4 + length > bytes.size() - 4) {
+            if (length < 4 || length > bytes.size() - 8 - at) {
                 break;
             }
             seal(bytes, at + length, at + 4);

@@ -1,6 +1,7 @@
 // The store behind the file provider: generations, names, permissions, and what it leaves alone.
 #include "FileStore.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -222,6 +223,35 @@ TEST_F(FileStoreTest, ASymbolicLink_StaysOneAndLeadsToTheNewGeneration) {
         EXPECT_TRUE(fs::is_regular_file(in(std::string(target) + ".1")));
         EXPECT_FALSE(fs::exists(link + ".1"));
     }
+}
+
+TEST_F(FileStoreTest, LinksThatLeadThroughEachOther_AreFollowedToTheEnd) {
+    fs::create_directories(in("data/newest"));
+    fs::create_directory_symlink("data/newest", in("current"));
+    fs::create_symlink(in("data") + "/../data/./newest/../real", in("data/newest/link")); // from the root on
+    fs::create_symlink("link", in("data/newest/second"));
+    EXPECT_EQ(in("data/real"), FileStore(in("current/second")).name());
+    EXPECT_EQ(in("data/x"), FileStore(in("current/../x")).name()) << "a link's parent is its target's";
+    EXPECT_EQ(in("a/c"), FileStore(in("./a//b/../c")).name());
+    EXPECT_EQ("/", FileStore("/../..").name());
+    fs::create_symlink("loop", in("loop"));
+    EXPECT_EQ(in("loop"), FileStore(in("loop")).name());
+}
+
+TEST_F(FileStoreTest, FilesDatedBeyond2038_AreReadAndSucceeded) {
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    ASSERT_EQ(eAF_S_OK, write({value(2)}));
+    fs::create_symlink(file, in("link"));
+    const timespec in2040{2208988800, 0}; // more seconds since 1970 than 31 bits hold
+    const timespec dates[] = {in2040, in2040};
+    for (const std::string &name : {in("s"), in("s.1"), in("s.lock"), folder.name()}) {
+        ASSERT_EQ(0, utimensat(AT_FDCWD, name.c_str(), dates, 0));
+    }
+    EXPECT_EQ(2, readOne());
+    ASSERT_EQ(eAF_S_OK, write({value(3)}));
+    EXPECT_EQ(3, readOne());
+    EXPECT_EQ(file, FileStore(in("link")).name());
+    EXPECT_TRUE(messages.complaints().empty());
 }
 
 TEST_F(FileStoreTest, ARelativeName_IsTakenAsItStandsWhenTheStoreIsMade) {
