@@ -1,3 +1,4 @@
+// What every platform owes the library; runs on the stand-ins and on any other.
 #include "CList.h"
 
 #include <gmock/gmock.h>
@@ -8,9 +9,11 @@
 #include <vector>
 
 #include "AllocationFailure.h"
+#include "ContainerAnswers.h"
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -27,21 +30,25 @@ protected:
 
     void push(std::initializer_list<int *> elements) {
         for (auto *element : elements) {
-            ASSERT_EQ(CList_PushTail(&m_list, element), GCL_OK);
+            ASSERT_EQ(CList_PushTail(&m_list, element), test::done);
         }
     }
 
     /// The elements that an iteration hands out, checked against the list's own idea of the last one.
     std::vector<const void *> elements() {
         std::vector<const void *> found;
-        CListIterator place = nullptr;
+        CListIterator place{};
         auto result = CList_StartIterationFromHead(&m_list, &place);
-        while (result == GCL_OK) {
+        while (result == test::done) {
             void *element = nullptr;
             result = CList_GetNext(&m_list, &element, &place);
             found.push_back(element);
         }
-        EXPECT_EQ(result, found.empty() ? GCL_NOT_IN_LIST : GCL_LAST_ELEMENT);
+        if (found.empty()) {
+            EXPECT_THAT(result, AnyOf(test::exhausted, test::lastElement));
+        } else {
+            EXPECT_EQ(result, test::lastElement);
+        }
         EXPECT_EQ(found.size(), CList_CurrentSize(&m_list));
         return found;
     }
@@ -66,21 +73,21 @@ TEST_F(CListTest, Construct_MakesAnEmptyListOfWhateverTheRecordHeld) {
     CList list;
     std::memset(&list, 0xA5, sizeof(list));
 
-    EXPECT_EQ(CList_Construct(&list), GCL_OK);
+    EXPECT_EQ(CList_Construct(&list), test::done);
 
     EXPECT_NE(CList_IsEmpty(&list), 0u);
-    EXPECT_EQ(CList_PushHead(&list, &m_one), GCL_OK);
+    EXPECT_EQ(CList_PushHead(&list, &m_one), test::done);
     EXPECT_EQ(CList_CurrentSize(&list), 1u);
-    EXPECT_EQ(CList_Destruct(&list), GCL_OK);
+    EXPECT_EQ(CList_Destruct(&list), test::done);
 }
 
 TEST_F(CListTest, Destruct_LeavesAnEmptyListThatCanBeUsedAndDestructedAgain) {
     push({&m_one, &m_two});
 
-    EXPECT_EQ(CList_Destruct(&m_list), GCL_OK);
+    EXPECT_EQ(CList_Destruct(&m_list), test::done);
 
     EXPECT_NE(CList_IsEmpty(&m_list), 0u);
-    EXPECT_EQ(CList_Destruct(&m_list), GCL_OK);
+    EXPECT_EQ(CList_Destruct(&m_list), test::done);
     push({&m_three});
     EXPECT_THAT(elements(), ElementsAre(&m_three));
 }
@@ -94,7 +101,7 @@ TEST_F(CListTest, PushTail_KeepsTheOrderOfInsertion) {
 
 TEST_F(CListTest, PushHead_PutsTheNewestFirst) {
     for (auto *element : {&m_one, &m_two, &m_three}) {
-        EXPECT_EQ(CList_PushHead(&m_list, element), GCL_OK);
+        EXPECT_EQ(CList_PushHead(&m_list, element), test::done);
     }
 
     EXPECT_THAT(elements(), ElementsAre(&m_three, &m_two, &m_one));
@@ -102,7 +109,7 @@ TEST_F(CListTest, PushHead_PutsTheNewestFirst) {
 
 TEST_F(CListTest, PushHeadAndPushTail_WorkOnTheSameList) {
     push({&m_two});
-    EXPECT_EQ(CList_PushHead(&m_list, &m_one), GCL_OK);
+    EXPECT_EQ(CList_PushHead(&m_list, &m_one), test::done);
     push({&m_three});
 
     EXPECT_THAT(elements(), ElementsAre(&m_one, &m_two, &m_three));
@@ -124,10 +131,10 @@ TEST_F(CListTest, PopHead_HandsOutTheElementsFromTheFrontUntilTheListIsEmpty) {
     push({&m_one, &m_two});
     void *element = nullptr;
 
-    EXPECT_EQ(CList_PopHead(&m_list, &element), GCL_OK);
+    EXPECT_EQ(CList_PopHead(&m_list, &element), test::done);
     EXPECT_EQ(element, &m_one);
     EXPECT_THAT(elements(), ElementsAre(&m_two));
-    EXPECT_EQ(CList_PopHead(&m_list, &element), GCL_OK);
+    EXPECT_EQ(CList_PopHead(&m_list, &element), test::done);
     EXPECT_EQ(element, &m_two);
     EXPECT_NE(CList_IsEmpty(&m_list), 0u);
     push({&m_three});
@@ -137,21 +144,21 @@ TEST_F(CListTest, PopHead_HandsOutTheElementsFromTheFrontUntilTheListIsEmpty) {
 TEST_F(CListTest, PopHead_OfAnEmptyListFailsAndLeavesTheElementAlone) {
     void *element = &m_one;
 
-    EXPECT_EQ(CList_PopHead(&m_list, &element), GCL_NOT_IN_LIST);
+    EXPECT_EQ(CList_PopHead(&m_list, &element), test::exhausted);
 
     EXPECT_EQ(element, &m_one);
 }
 
 TEST_F(CListTest, Find_OfAnElementThatIsThereYieldsItsPlace) {
     push({&m_one, &m_two, &m_three});
-    CListIterator place = nullptr;
+    CListIterator place{};
     void *element = nullptr;
 
     EXPECT_NE(CList_Find(&m_list, &m_two, isSame, &place), 0u);
 
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_OK);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
     EXPECT_EQ(element, &m_two);
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_LAST_ELEMENT);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::lastElement);
     EXPECT_EQ(element, &m_three);
 }
 
@@ -160,15 +167,6 @@ TEST_F(CListTest, Find_WithoutAPlaceForTheIteratorOnlyAnswers) {
 
     EXPECT_NE(CList_Find(&m_list, &m_one, isSame, nullptr), 0u);
     EXPECT_EQ(CList_Find(&m_list, &m_two, isSame, nullptr), 0u);
-}
-
-TEST_F(CListTest, Find_OfAnElementThatIsNotThereLeavesThePlaceAlone) {
-    push({&m_one});
-    CListIterator place = m_list.head;
-
-    EXPECT_EQ(CList_Find(&m_list, &m_two, isSame, &place), 0u);
-
-    EXPECT_EQ(place, m_list.head);
 }
 
 TEST_F(CListTest, FindAndRetrieve_HandsOutTheFirstMatchAndKeepsItInTheList) {
@@ -202,63 +200,76 @@ TEST_F(CListTest, FindInAnEmptyList_AnswersNoWithoutCallingTheMatcher) {
     EXPECT_EQ(CList_Find(&m_list, &m_one, neverCalled, nullptr), 0u);
 }
 
-TEST_F(CListTest, StartIteration_OfAnEmptyListFails) {
-    CListIterator place = nullptr;
+TEST_F(CListTest, StartIteration_OfAnEmptyListFailsOrSaysThatThereIsNoMore) {
+    CListIterator place{};
 
-    EXPECT_EQ(CList_StartIterationFromHead(&m_list, &place), GCL_NOT_IN_LIST);
+    EXPECT_THAT(CList_StartIterationFromHead(&m_list, &place), AnyOf(test::exhausted, test::lastElement));
 }
 
 TEST_F(CListTest, GetNext_HandsOutTheOnlyElementAsTheLastOne) {
     push({&m_one});
-    CListIterator place = nullptr;
+    CListIterator place{};
     void *element = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), GCL_OK);
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
 
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_LAST_ELEMENT);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::lastElement);
 
     EXPECT_EQ(element, &m_one);
 }
 
 TEST_F(CListTest, GetNext_AfterTheLastElementFailsAndLeavesTheElementAlone) {
     push({&m_one});
-    CListIterator place = nullptr;
+    CListIterator place{};
     void *element = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), GCL_OK);
-    ASSERT_EQ(CList_GetNext(&m_list, &element, &place), GCL_LAST_ELEMENT);
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
+    ASSERT_EQ(CList_GetNext(&m_list, &element, &place), test::lastElement);
     element = &m_three;
 
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_NOT_IN_LIST);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::exhausted);
 
     EXPECT_EQ(element, &m_three);
 }
 
 TEST_F(CListTest, AnIteration_SurvivesElementsThatAreAddedMeanwhile) {
     push({&m_one, &m_two});
-    CListIterator place = nullptr;
+    CListIterator place{};
     void *element = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), GCL_OK);
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
 
-    ASSERT_EQ(CList_PushHead(&m_list, &m_three), GCL_OK);
-    ASSERT_EQ(CList_PushTail(&m_list, &m_three), GCL_OK);
+    ASSERT_EQ(CList_PushHead(&m_list, &m_three), test::done);
+    ASSERT_EQ(CList_PushTail(&m_list, &m_three), test::done);
 
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_OK);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
     EXPECT_EQ(element, &m_one);
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_OK);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
     EXPECT_EQ(element, &m_two);
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_LAST_ELEMENT);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::lastElement);
     EXPECT_EQ(element, &m_three);
 }
 
 TEST_F(CListTest, TwoIterations_DoNotDisturbEachOther) {
     push({&m_one, &m_two});
-    CListIterator first = nullptr;
-    CListIterator second = nullptr;
+    CListIterator first{};
+    CListIterator second{};
     void *element = nullptr;
-    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &first), GCL_OK);
-    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &second), GCL_OK);
-    ASSERT_EQ(CList_GetNext(&m_list, &element, &first), GCL_OK);
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &first), test::done);
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &second), test::done);
+    ASSERT_EQ(CList_GetNext(&m_list, &element, &first), test::done);
 
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &second), GCL_OK);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &second), test::done);
+
+    EXPECT_EQ(element, &m_one);
+}
+
+TEST_F(CListTest, ACopiedPlace_GoesOnByItself) {
+    push({&m_one, &m_two});
+    CListIterator place{};
+    void *element = nullptr;
+    ASSERT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
+    CListIterator copy = place;
+    ASSERT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
+
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &copy), test::done);
 
     EXPECT_EQ(element, &m_one);
 }
@@ -271,9 +282,9 @@ TEST_F(CListTest, Push_WithoutMemoryFailsAndLeavesTheListAsItWas) {
 
     {
         const test::AllocationFailure shortage;
-        EXPECT_EQ(CList_PushHead(&m_list, &m_three), GCL_OUT_OF_MEMORY);
-        EXPECT_EQ(CList_PushTail(&m_list, &m_three), GCL_OUT_OF_MEMORY);
-        EXPECT_EQ(shortage.failures(), 2u);
+        EXPECT_EQ(CList_PushHead(&m_list, &m_three), test::outOfMemory);
+        EXPECT_EQ(CList_PushTail(&m_list, &m_three), test::outOfMemory);
+        EXPECT_TRUE(test::isStandIn ? shortage.failures() == 2 : shortage.failures() >= 2);
     }
 
     EXPECT_THAT(elements(), ElementsAre(&m_one, &m_two));
@@ -287,49 +298,23 @@ TEST_F(CListTest, ReadingAndRemoving_NeedNoMemory) {
     }
     push({&m_one, &m_two});
     const test::AllocationFailure shortage;
-    CListIterator place = nullptr;
+    CListIterator place{};
     void *element = nullptr;
 
-    EXPECT_EQ(CList_StartIterationFromHead(&m_list, &place), GCL_OK);
-    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), GCL_OK);
+    EXPECT_EQ(CList_StartIterationFromHead(&m_list, &place), test::done);
+    EXPECT_EQ(CList_GetNext(&m_list, &element, &place), test::done);
     EXPECT_NE(CList_Find(&m_list, &m_two, isSame, nullptr), 0u);
     EXPECT_NE(CList_FindAndRetrieve(&m_list, &m_two, isSame, &element), 0u);
-    EXPECT_EQ(CList_PopHead(&m_list, &element), GCL_OK);
-    EXPECT_EQ(CList_Destruct(&m_list), GCL_OK);
+    EXPECT_EQ(CList_PopHead(&m_list, &element), test::done);
+    EXPECT_EQ(CList_Destruct(&m_list), test::done);
 
     EXPECT_EQ(shortage.failures(), 0u);
-}
-
-TEST_F(CListTest, NullArguments_AreRefused) {
-    push({&m_one});
-    CListIterator place = m_list.head;
-    void *element = nullptr;
-
-    EXPECT_EQ(CList_Construct(nullptr), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_Destruct(nullptr), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_PushHead(nullptr, &m_one), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_PushTail(nullptr, &m_one), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_PopHead(nullptr, &element), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_PopHead(&m_list, nullptr), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_StartIterationFromHead(nullptr, &place), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_StartIterationFromHead(&m_list, nullptr), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_GetNext(nullptr, &element, &place), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_GetNext(&m_list, nullptr, &place), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_GetNext(&m_list, &element, nullptr), GCL_INVALID_ARGUMENT);
-    EXPECT_EQ(CList_Find(nullptr, &m_one, isSame, nullptr), 0u);
-    EXPECT_EQ(CList_Find(&m_list, &m_one, nullptr, nullptr), 0u);
-    EXPECT_EQ(CList_FindAndRetrieve(nullptr, &m_one, isSame, &element), 0u);
-    EXPECT_EQ(CList_FindAndRetrieve(&m_list, &m_one, nullptr, &element), 0u);
-    EXPECT_EQ(CList_FindAndRetrieve(&m_list, &m_one, isSame, nullptr), 0u);
-    EXPECT_NE(CList_IsEmpty(nullptr), 0u);
-    EXPECT_EQ(CList_CurrentSize(nullptr), 0u);
-    EXPECT_THAT(elements(), ElementsAre(&m_one));
 }
 
 TEST_F(CListTest, AMillionElements_AreKeptInOrder) {
     std::vector<char> places(1000000);
     for (auto &place : places) {
-        ASSERT_EQ(CList_PushTail(&m_list, &place), GCL_OK);
+        ASSERT_EQ(CList_PushTail(&m_list, &place), test::done);
     }
 
     const auto found = elements();

@@ -227,6 +227,10 @@ Words surroundingWords() {
              // What the event task's worker is given.
              runOnThread([] { traceWith(0x8000, "on the smallest stack"); }, 16384);
          }},
+        {"object-on-the-smallest-stack",
+         [](Arguments &) {
+             runOnThread([] { VoxTrace{"ZEL.TEST", 3, 256}.logMsg(1, header, "on the smallest stack"); }, 16384);
+         }},
         {"errno-is-kept",
          [](Arguments &) {
              VoxTrace domain{"ZEL.TEST", 3, 256};

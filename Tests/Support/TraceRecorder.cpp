@@ -2,6 +2,8 @@
 
 #include <pthread.h>
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -12,8 +14,7 @@
 #include <sstream>
 #include <utility>
 
-#include "VT_trace.h"
-#include "VoxTrace.h"
+#include "PlatformTracing.h"
 
 namespace test {
 namespace {
@@ -155,7 +156,7 @@ std::int32_t CKivTraceHandler_DmLevel2VtLevel(std::uint32_t code) {
     return test::levelOf(code);
 }
 
-void VT_beginImpl(VT_TraceHandle *, std::int32_t level, const VoxTraceHeader *header) {
+test::BeginResult VT_beginImpl(test::TraceHandle *, std::int32_t level, const VoxTraceHeader *header) {
     test::Trace trace;
     trace.level = level;
     trace.file = header->file;
@@ -165,9 +166,10 @@ void VT_beginImpl(VT_TraceHandle *, std::int32_t level, const VoxTraceHeader *he
     const std::lock_guard<std::mutex> lock(all().lock);
     ++all().calls;
     all().open[pthread_self()] = std::move(trace);
+    return test::BeginResult();
 }
 
-void VT_rawprintf(VT_TraceHandle *, const char *format, ...) {
+test::PrintResult VT_rawprintf(test::TraceHandle *, const char *format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     char *text = nullptr;
@@ -181,28 +183,47 @@ void VT_rawprintf(VT_TraceHandle *, const char *format, ...) {
         ++open->second.calls;
     }
     std::free(text);
+    return test::PrintResult();
 }
 
-void VT_endImpl(VT_TraceHandle *) {
+test::EndResult VT_endImpl(test::TraceHandle *) {
     const std::lock_guard<std::mutex> lock(all().lock);
     ++all().calls;
     const auto open = all().open.find(pthread_self());
-    if (open == all().open.end()) {
-        return;
+    if (open != all().open.end()) {
+        test::splitCodeLine(open->second);
+        all().closed.push_back(std::move(open->second));
+        all().open.erase(open);
     }
-    test::splitCodeLine(open->second);
-    all().closed.push_back(std::move(open->second));
-    all().open.erase(open);
+    return test::EndResult();
 }
 
-VoxTrace::VoxTrace(const char *domain, VoxTraceLevel level, VoxTraceHdrOption option) : m_domain(nullptr) {
+// Objects are made and destroyed by the platform, whose members nobody else knows; the recorder only notes them. By
+// their symbols, since a C++ definition would have to make the members itself. On ARM these functions answer `this`.
+extern "C" {
+void *noteMade(VoxTrace *object, const char *domain, VoxTraceLevel level,
+               VoxTraceHdrOption option) __asm__("_ZN8VoxTraceC1EPKcii");
+void *noteGone(VoxTrace *object) __asm__("_ZN8VoxTraceD1Ev");
+
+void *noteMade(VoxTrace *object, const char *domain, VoxTraceLevel level, VoxTraceHdrOption option) {
+    using Make = void *(VoxTrace *, const char *, VoxTraceLevel, VoxTraceHdrOption);
+    static auto *const make = reinterpret_cast<Make *>(dlsym(RTLD_NEXT, "_ZN8VoxTraceC1EPKcii"));
+    make(object, domain, level, option);
     const std::lock_guard<std::mutex> lock(all().lock);
-    all().domains[this] = {domain, level, option};
+    all().domains[object] = {domain, level, option};
+    return object;
 }
 
-VoxTrace::~VoxTrace() {
-    const std::lock_guard<std::mutex> lock(all().lock);
-    all().domains.erase(this);
+void *noteGone(VoxTrace *object) {
+    using Destroy = void *(VoxTrace *);
+    static auto *const destroy = reinterpret_cast<Destroy *>(dlsym(RTLD_NEXT, "_ZN8VoxTraceD1Ev"));
+    {
+        const std::lock_guard<std::mutex> lock(all().lock);
+        all().domains.erase(object);
+    }
+    destroy(object);
+    return object;
+}
 }
 
 bool VoxTrace::isEnabled(VoxTraceLevel level) const {

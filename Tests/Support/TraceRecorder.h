@@ -2,7 +2,8 @@
 /// Takes the place of the platform's tracing in a test program and keeps every record.
 ///
 /// Linking TraceRecorder into a program is enough: its definitions of the trace calls come before the platform
-/// library's. AF_trace itself stays the platform's, as does the layout of its records.
+/// library's. AF_trace itself stays the platform's, as do the VoxTrace objects: the recorder notes
+/// them, and looks into none.
 #pragma once
 
 #include <cstdint>

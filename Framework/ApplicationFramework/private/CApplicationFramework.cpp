@@ -8,14 +8,12 @@
 #include "CEventHandler.h"
 #include "CList.h"
 #include "CModuleManager_c.h"
+#include "ListAnswers.h"
 
 namespace {
 
 constexpr std::uint32_t startGroup = 0;
 constexpr std::uint32_t stopGroup = 1;
-
-/// What the container answers together with the last element, and for a list with nothing to iterate.
-constexpr std::uint32_t lastElement = 0x1002;
 
 std::uint32_t applicationCount;
 CList applications;
@@ -47,13 +45,13 @@ bool initializeApplications() {
     CListIterator iterator{};
     std::uint32_t step = CList_StartIterationFromHead(&applications, &iterator);
     bool allSucceeded = true;
-    bool more = step != lastElement;
+    bool more = step != af::listLastElement;
     while (more && !af::isError(step)) {
         void *element = nullptr;
         step = CList_GetNext(&applications, &element, &iterator);
         if (!af::isError(step)) {
             allSucceeded = initialize(*static_cast<const SApplicationDescriptor *>(element)) && allSucceeded;
-            more = step != lastElement;
+            more = step != af::listLastElement;
             if (listsMade != ownList) {
                 step = eAF_E_FAILED;
             }

@@ -6,6 +6,7 @@
 #include "AfTrace.h"
 #include "BoundedText.h"
 #include "DomainTrace.h"
+#include "ListAnswers.h"
 #include "ObjectDestruction.h"
 
 namespace {
@@ -182,10 +183,10 @@ EAFResult CStorageObject_GetVariableIterator(CStorageObject *object, CListIterat
     CListIterator first{};
     const std::uint32_t result = CList_StartIterationFromHead(&object->variables, &first);
     *iterator = first;
-    if (result == GCL_NOT_IN_LIST) {
-        return eAF_W_NO_MORE_DATA;
+    if (af::isError(result)) {
+        return result == af::listExhausted ? eAF_W_NO_MORE_DATA : eAF_E_FAILED;
     }
-    return af::isError(result) ? eAF_E_FAILED : eAF_S_OK;
+    return CList_IsEmpty(&object->variables) != 0 ? eAF_W_NO_MORE_DATA : eAF_S_OK;
 }
 
 EAFResult CStorageObject_GetNextVariable(CStorageObject *object, CVariable **ppVariable, CListIterator *iterator) {
@@ -199,7 +200,7 @@ EAFResult CStorageObject_GetNextVariable(CStorageObject *object, CVariable **ppV
         return eAF_E_FAILED;
     }
     *ppVariable = static_cast<CVariable *>(element);
-    return result == GCL_LAST_ELEMENT ? eAF_W_NO_MORE_DATA : eAF_S_OK;
+    return result == af::listLastElement ? eAF_W_NO_MORE_DATA : eAF_S_OK;
 }
 
 uint32_t CStorageObject_GetNoOfVariables(CStorageObject *object) {
@@ -260,7 +261,7 @@ EAFResult CStorageObject_GetSizeInBytes(CStorageObject *object, unsigned long *p
 }
 
 uint32_t CStorageObject_IsEmpty(CStorageObject *object) {
-    return CList_IsEmpty(object != nullptr ? &object->variables : nullptr);
+    return object != nullptr ? CList_IsEmpty(&object->variables) : 1;
 }
 
 EAFResult CStorageObject_SetRawObjectContentAddress(CStorageObject *object, void *address) {

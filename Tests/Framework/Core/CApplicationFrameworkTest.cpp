@@ -409,6 +409,7 @@ TEST_F(ApplicationFramework, RegisterApplication_IgnoresThatTheContainerIsFull) 
     pushResult = 0x8005;
     EXPECT_EQ(eAF_S_OK, CApplicationFramework_RegisterApplication(&applicationA));
     // Counted, though nothing is in the list: the start gets as far as the empty list.
+    startAnswer = [](CList *, CListIterator *) { return 0x8004u; };
     EXPECT_EQ(eAF_E_FAILED, CApplicationFramework_Start());
     EXPECT_EQ(line("Start", "Could not iterate application list", 0x8000), TraceRecorder::lines().front());
 }

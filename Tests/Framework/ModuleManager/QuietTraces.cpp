@@ -3,8 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "VT_trace.h"
-#include "VoxTrace.h"
+#include "PlatformTracing.h"
 
 namespace {
 
@@ -35,26 +34,24 @@ std::int32_t CKivTraceHandler_DmLevel2VtLevel(std::uint32_t) {
     return 1;
 }
 
-void VT_beginImpl(VT_TraceHandle *, std::int32_t, const VoxTraceHeader *header) {
+test::BeginResult VT_beginImpl(test::TraceHandle *, std::int32_t, const VoxTraceHeader *header) {
     ++begun;
     append("%s: ", header->function);
+    return test::BeginResult();
 }
 
-void VT_rawprintf(VT_TraceHandle *, const char *format, ...) {
+test::PrintResult VT_rawprintf(test::TraceHandle *, const char *format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     appendList(format, arguments);
     va_end(arguments);
+    return test::PrintResult();
 }
 
-void VT_endImpl(VT_TraceHandle *) {
+test::EndResult VT_endImpl(test::TraceHandle *) {
     --begun;
+    return test::EndResult();
 }
-
-VoxTrace::VoxTrace(const char *, VoxTraceLevel, VoxTraceHdrOption) : m_domain(nullptr) {}
-
-// Not defaulted: the platform's header promises a destructor of the library's own.
-VoxTrace::~VoxTrace() {}
 
 bool VoxTrace::isEnabled(VoxTraceLevel) const {
     return true;

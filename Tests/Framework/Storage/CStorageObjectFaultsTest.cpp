@@ -82,7 +82,7 @@ protected:
 };
 
 TEST_F(CStorageObjectFaults, AnAppendThatFails_IsFailedAndUntraced) {
-    listFaults().pushTail = GCL_OUT_OF_MEMORY;
+    listFaults().pushTail = test::listOutOfMemory;
     EXPECT_EQ(eAF_E_FAILED, CStorageObject_AddVariable(&object, &second));
     EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&object));
     EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
@@ -106,7 +106,7 @@ TEST_F(CStorageObjectFaults, AnIterationThatDoesNotStart_Fails) {
     EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetVariableIterator(&object, &iterator));
     EXPECT_EQ(eAF_E_FAILED, CStorageObject_GetSizeInBytes(&object, &size));
     EXPECT_EQ(0u, size);
-    listFaults().startIteration = GCL_NOT_IN_LIST;
+    listFaults().startIteration = test::listExhausted;
     EXPECT_EQ(eAF_W_NO_MORE_DATA, CStorageObject_GetVariableIterator(&object, &iterator));
 }
 
@@ -150,7 +150,7 @@ TEST_F(CStorageObjectFaults, AddObject_WithoutTheWrappersContent_TracesAndAddsNo
 TEST_F(CStorageObjectFaults, CreateVariables_WhoseAppendFails_IsFailedAndKeepsTheVariable) {
     SVariableDescriptor descriptors[] = {{nullptr, TYPE_INT32, 1, "Third", nullptr},
                                          {nullptr, TYPE_INT32, 1, "Fourth", nullptr}};
-    listFaults().pushTail = GCL_OUT_OF_MEMORY;
+    listFaults().pushTail = test::listOutOfMemory;
     EXPECT_EQ(eAF_E_FAILED, CStorageObject_CreateVariables(&object, descriptors, 2));
     EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&object));
     EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
@@ -163,7 +163,7 @@ TEST_F(CStorageObjectFaults, CreateVariables_WhoseAppendFails_IsFailedAndKeepsTh
 TEST_F(CStorageObjectFaults, AddObject_WhoseAppendFails_IsFailedAndUntraced) {
     CStorageObject child;
     CStorageObject_Construct(&child, "Child");
-    listFaults().pushTail = GCL_OUT_OF_MEMORY;
+    listFaults().pushTail = test::listOutOfMemory;
     EXPECT_EQ(eAF_E_FAILED, CStorageObject_AddObject(&object, &child));
     EXPECT_EQ(1u, CStorageObject_GetNoOfVariables(&object));
     EXPECT_THAT(TraceRecorder::lines(), IsEmpty());
@@ -222,8 +222,20 @@ TEST_F(CStorageObjectFaults, SizesThatBreakOff_KeepTheSumOfWhatWasRead) {
 
 TEST_F(CStorageObjectFaults, AnIterationThatStartsWithAWarning_HasStarted) {
     CListIterator iterator{};
-    listFaults().startIteration = GCL_LAST_ELEMENT;
+    listFaults().startIteration = test::listLastElement;
     EXPECT_EQ(eAF_S_OK, CStorageObject_GetVariableIterator(&object, &iterator));
+}
+
+TEST_F(CStorageObjectFaults, AnEmptyListThatAnswersTheWarning_HasNoMoreData) {
+    CStorageObject empty;
+    CStorageObject_Construct(&empty, "Empty");
+    CListIterator iterator{};
+    unsigned long size = 99;
+    listFaults().startIteration = test::listLastElement;
+    EXPECT_EQ(eAF_W_NO_MORE_DATA, CStorageObject_GetVariableIterator(&empty, &iterator));
+    EXPECT_EQ(eAF_S_OK, CStorageObject_GetSizeInBytes(&empty, &size));
+    EXPECT_EQ(0u, size);
+    CStorageObject_Destruct(&empty);
 }
 
 } // namespace

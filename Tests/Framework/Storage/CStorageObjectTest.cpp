@@ -222,10 +222,11 @@ TEST_F(CStorageObjectTest, TheLastVariable_ComesTogetherWithNoMoreData) {
 }
 
 TEST_F(CStorageObjectTest, AnEmptyObject_HasNoMoreDataFromTheBeginning) {
-    auto *const sentinel = reinterpret_cast<CListIterator>(&content);
-    CListIterator iterator = sentinel;
+    CListIterator before;
+    std::memset(static_cast<void *>(&before), 0xA5, sizeof before);
+    CListIterator iterator = before;
     EXPECT_EQ(eAF_W_NO_MORE_DATA, CStorageObject_GetVariableIterator(&object, &iterator));
-    EXPECT_NE(sentinel, iterator) << "it is always written";
+    EXPECT_NE(0, std::memcmp(&before, &iterator, sizeof before)) << "it is always written";
 }
 
 TEST_F(CStorageObjectTest, Iterating_RefusesNull) {

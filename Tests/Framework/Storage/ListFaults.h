@@ -6,6 +6,11 @@
 
 namespace test {
 
+// What the platform answers, by Documentation/Platform.md.
+constexpr std::uint32_t listLastElement = 0x1002;
+constexpr std::uint32_t listExhausted = 0x8004;
+constexpr std::uint32_t listOutOfMemory = 0x8005;
+
 /// What an operation answers instead of its work; 0: it does its work. Set back by ListFaultsReset.
 struct ListFaults {
     std::uint32_t pushTail = 0;

@@ -23,11 +23,6 @@ void forgetLastError() {
 
 } // namespace test
 
-VoxTrace::VoxTrace(const char * /*domain*/, VoxTraceLevel /*level*/, VoxTraceHdrOption /*option*/)
-    : m_domain(nullptr) {}
-
-VoxTrace::~VoxTrace() {}
-
 bool VoxTrace::isEnabled(VoxTraceLevel /*level*/) const {
     return true;
 }
