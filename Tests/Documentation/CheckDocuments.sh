@@ -30,11 +30,11 @@ TEXT
 
 case $1 in
 WriteInterfacePage)
-    interface_page >Documentation/Interface.md
+    interface_page >Documentation/Operations.md
     ;;
 InterfacePageIsOfTheHeaders)
-    diff Documentation/Interface.md <(interface_page) || {
-        echo "Documentation/Interface.md is not of the headers (< page, > headers): ./run reference writes it"
+    diff Documentation/Operations.md <(interface_page) || {
+        echo "Documentation/Operations.md is not of the headers (< page, > headers): ./run reference writes it"
         exit 1
     }
     echo "$(operations | wc -l) operations"
