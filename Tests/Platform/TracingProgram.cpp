@@ -127,6 +127,7 @@ void runOnThread(const std::function<void()> &work, std::optional<std::size_t> s
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     if (stackSize && pthread_attr_setstacksize(&attributes, *stackSize) != 0) {
+        std::fprintf(stderr, "the C library refuses a stack of %zu bytes\n", *stackSize);
         std::exit(77);
     }
     pthread_t thread{};

@@ -88,6 +88,14 @@ std::string errorText(int error) {
     return std::strerror(error);
 }
 
+bool isEmulated() {
+#ifdef ZELAF_EMULATED
+    return true;
+#else
+    return false;
+#endif
+}
+
 std::size_t threadCount() {
     return entriesOf("/proc/self/task");
 }

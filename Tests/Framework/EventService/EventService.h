@@ -24,6 +24,9 @@ std::string expectedQueueName(const std::string &suffix);
 /// The system's text for an error number.
 std::string errorText(int error);
 
+/// Whether an emulator runs this program, on another machine's kernel.
+bool isEmulated();
+
 /// Threads of this process.
 std::size_t threadCount();
 
