@@ -48,7 +48,7 @@ configure_against() {
     if [ -n "$toolchain_file" ]; then
         where=(-DCMAKE_TOOLCHAIN_FILE="$toolchain_file" -DZelApplicationFramework_DIR="$installed/lib/cmake/ZelApplicationFramework")
     fi
-    "$cmake" -S "$source" -B "$build" -DCMAKE_C_COMPILER="$c_compiler" -DCMAKE_CXX_COMPILER="$cxx_compiler" \
+    "$cmake" -G "$generator" -S "$source" -B "$build" -DCMAKE_C_COMPILER="$c_compiler" -DCMAKE_CXX_COMPILER="$cxx_compiler" \
         "${where[@]}" ${board:+-DZELAF_BOARD_PLATFORM="$board"} "$@"
 }
 
