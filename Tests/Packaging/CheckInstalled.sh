@@ -5,7 +5,7 @@ set -euo pipefail
 export LC_ALL=C
 
 check=$1
-source_folder='' build_folder='' installed='' cmake='' c_compiler='' cxx_compiler='' c_flags='' cxx_flags='' link_flags=''
+source_folder='' build_folder='' installed='' cmake='' c_compiler='' cxx_compiler='' generator='' c_flags='' cxx_flags='' link_flags=''
 toolchain_file='' emulator='' system_libraries='' board=''
 # shellcheck source=/dev/null
 . "$2"
