@@ -100,7 +100,8 @@ write)
 aims)
     tables=$("$here/LibrarySize.sh" "$prefix" "${libraries[0]}")
     initialisers=$(tail -n 1 <<<"$tables" | awk -F ' \\| ' '{ sub(/ \|$/, "", $3); print $3 }')
-    [ "$initialisers" = "$described_initialisers" ] ||
+    # On arm64 the compiler's own library asks the processor for its atomic instructions, in whatever uses them.
+    [ "${initialisers%, lse-init.o}" = "$described_initialisers" ] ||
         fail "${libraries[0]} initialises at load: $initialisers. Described are: $described_initialisers." \
             "A static object elsewhere needs a constexpr constructor, or to be made on first use."
     weight=$(sed -n 3p <<<"$tables" | awk -F ' \\| ' '{ print $9 }')
