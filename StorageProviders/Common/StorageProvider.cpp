@@ -177,7 +177,8 @@ struct StorageProvider::Location {
 };
 
 /// @return whether a store can keep the variable; says so when not.
-static bool canBeKept(CVariable &variable, const char *path, std::unordered_set<std::string> &seen, Report &report) {
+static bool canBeKept(const CVariable &variable, const char *path, std::unordered_set<std::string> &seen,
+                      Report &report) {
     if (!isPlain(variable.type) || variable.content == nullptr) {
         report.add(Severity::warning, std::string("the variable ") + path + " has " +
                                           (variable.content == nullptr ? "no content" : "an unknown type") +

@@ -164,7 +164,7 @@ std::string shownValue(const StoredValue &value, std::size_t longest) {
         while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
             --end; // no half of a character
         }
-        text = text.substr(0, end) + "...";
+        text.replace(end, std::string::npos, "...");
     }
     return text;
 }

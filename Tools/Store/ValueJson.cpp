@@ -145,7 +145,7 @@ std::string shown(const json &found) {
     std::string text = found.dump(-1, ' ', false, json::error_handler_t::replace);
     constexpr std::size_t longest = 60;
     if (text.size() > longest) {
-        text = text.substr(0, longest) + "...";
+        text.replace(longest, std::string::npos, "...");
     }
     return text;
 }

@@ -137,7 +137,7 @@ void EventRegistry::addEvent(std::uint32_t eventId, const char *name) {
     event.eventId = eventId;
     af::copyBounded(event.name, name);
     SEventListenerList &list = eventListeners[noOfRegisteredEvents];
-    list.listeners = rows + std::size_t{noOfRegisteredEvents} * maxNoOfListeners;
+    list.listeners = &rows[std::size_t{noOfRegisteredEvents} * maxNoOfListeners];
     list.capacity = maxNoOfListeners;
     af::storeRelease(noOfRegisteredEvents, noOfRegisteredEvents + 1);
 }

@@ -86,8 +86,8 @@ private:
     std::atomic<std::uint32_t> pins{vacant | claimed};
     EventRegistry *nextHeader = nullptr;
 
-    SListenerDescriptor **rows; ///< The arrays that the lists start with, one row an event.
-    GrownArray *grownArrays;
+    SListenerDescriptor **rows = nullptr; ///< The arrays that the lists start with, one row an event.
+    GrownArray *grownArrays = nullptr;
 
     static std::atomic<EventRegistry *> current;
     static std::atomic<EventRegistry *> headers;

@@ -265,17 +265,17 @@ EAFResult SqliteFile::refuse(const FileHeader &header, Report &report) const {
 }
 
 int SqliteFile::prepareConnection() {
-    // What other programs may have put into the schema is not run. Pages that are freed need not be overwritten:
-    // flash wears out. TRUNCATE, because its last step, which makes a commit durable, is synced; DELETE's is not.
-    static constexpr const char *settings = "PRAGMA trusted_schema=OFF;"
-                                            "PRAGMA cell_size_check=ON;"
-                                            "PRAGMA secure_delete=OFF;"
-                                            "PRAGMA temp_store=MEMORY;"
-                                            "PRAGMA synchronous=FULL";
     int code = sqlite3_busy_timeout(m_database, busyTimeoutInMs);
     if (code == SQLITE_OK) {
-        code = execute(m_database, settings);
+        // What other programs may have put into the schema is not run. Pages that are freed need not be overwritten:
+        // flash wears out.
+        code = execute(m_database, "PRAGMA trusted_schema=OFF;"
+                                   "PRAGMA cell_size_check=ON;"
+                                   "PRAGMA secure_delete=OFF;"
+                                   "PRAGMA temp_store=MEMORY;"
+                                   "PRAGMA synchronous=FULL");
     }
+    // TRUNCATE, because its last step, which makes a commit durable, is synced; DELETE's is not.
     if (code == SQLITE_OK && isWritable()) {
         code = execute(m_database, "PRAGMA journal_mode=TRUNCATE");
     }

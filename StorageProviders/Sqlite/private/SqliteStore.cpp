@@ -25,10 +25,7 @@ public:
     std::int64_t id() const { return m_statement.integer(0); }
     std::string path() const { return std::string(m_statement.bytes(1)); }
     /// A path in the other form is never matched by what a store writes.
-    bool isPathAsWritten() const {
-        const bool isText = m_statement.columnType(1) == SQLITE_TEXT;
-        return isUtf8(m_statement.bytes(1)) == isText;
-    }
+    bool isPathAsWritten() const { return isUtf8(m_statement.bytes(1)) == (m_statement.columnType(1) == SQLITE_TEXT); }
     std::string_view type() const { return m_statement.bytes(2); }
     std::int64_t count() const { return m_statement.integer(3); }
     bool isCountInteger() const { return m_statement.columnType(3) == SQLITE_INTEGER; }
