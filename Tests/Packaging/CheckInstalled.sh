@@ -23,6 +23,9 @@ run() {
     LD_LIBRARY_PATH=$installed/lib${board:+:$board/lib}${system_libraries:+:$system_libraries} $emulator "$@"
 }
 
+# A toolchain may link the way to its system root into every program, for trial runs on this machine.
+linked_run_path() { sed -nE 's/.*-rpath,([^ ]*).*/\1/p' <<<"$link_flags"; }
+
 # play_session FOLDER: what the page's session says, with the programs of the folder.
 play_session() {
     local line
@@ -94,16 +97,22 @@ EveryPartIsInOneComponent)
     ;;
 NoFileNamesTheFoldersItWasBuiltIn)
     # Debug information does; packages keep it apart.
+    # The way to a toolchain's system root may lead through the source folder.
+    toolchains=$(linked_run_path)
     for folder in "$source_folder" "$build_folder" "$installed.before"; do
-        if grep -rlF "$folder" "$installed"; then fail "the files above hold the folder $folder"; fi
+        grep -rlF "$folder" "$installed" >"$work/holders" || true
+        while IFS= read -r file; do
+            if sed "s|${toolchains%/usr/lib/*}/|/|g" "$file" | grep -qF "$folder"; then
+                fail "$file holds the folder $folder"
+            fi
+        done <"$work/holders"
     done
     echo "$(installed_files | wc -l) files"
     ;;
 NothingHasARunPath)
     elf_files >"$work/files"
     [ "$(wc -l <"$work/files")" -ge 6 ] || fail "found only these programs and libraries: $(cat "$work/files")"
-    # A toolchain may link the way to its system root into every program, for trial runs on this machine.
-    toolchains=$(sed -nE 's/.*-rpath,([^ ]*).*/\1/p' <<<"$link_flags")
+    toolchains=$(linked_run_path)
     while IFS= read -r file; do
         readelf -d "$file" >"$work/dynamic"
         if grep -E '\((RPATH|RUNPATH)\)' "$work/dynamic" | grep -vF "path: [${toolchains:-not this}]"; then
