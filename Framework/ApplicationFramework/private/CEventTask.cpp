@@ -31,24 +31,24 @@ constexpr std::uint32_t largestStackSize = 16384;
 /// Nobody waits for a leaving worker: meanwhile the task's record may be freed, or created anew. So the worker
 /// lives on this block, and touches the record only under runsLock and only while `task` still names it.
 struct TaskRun {
-    TaskRun *next;
-    CEventTask *task; ///< Null once Destroy or another Create has given the run up.
-    std::atomic<bool> runFlag;
-    bool hasWorker;
-    bool hasSemaphore;
-    bool isUnlinked; ///< By the worker or by Destroy: the name may be another run's by now.
+    TaskRun *next = nullptr;
+    CEventTask *task = nullptr; ///< Null once Destroy or another Create has given the run up.
+    std::atomic<bool> runFlag{true};
+    bool hasWorker = false;
+    bool hasSemaphore = false;
+    bool isUnlinked = false; ///< By the worker or by Destroy: the name may be another run's by now.
 
     // The descriptor is closed once, and not while a thread is inside a call on it: its number could be
     // somebody else's before the call begins.
-    mqd_t queue;
-    bool isQueueOpen;
-    bool isCloseDue; ///< Closed for everybody; the last user closes the descriptor.
-    std::uint32_t queueUsers;
-    std::uint32_t leavings; ///< How often one of them was done.
+    mqd_t queue = af::noQueue;
+    bool isQueueOpen = false;
+    bool isCloseDue = false; ///< Closed for everybody; the last user closes the descriptor.
+    std::uint32_t queueUsers = 0;
+    std::uint32_t leavings = 0; ///< How often one of them was done.
     std::condition_variable userLeft;
 
-    char queueName[sizeof CEventTask::queueName];
-    char taskName[sizeof CEventTask::taskName];
+    char queueName[sizeof CEventTask::queueName]{};
+    char taskName[sizeof CEventTask::taskName]{};
 };
 
 std::mutex runsLock;
@@ -131,7 +131,7 @@ public:
     /// For a thread that knows only the task. A record that was never created is used as it stands.
     explicit QueueUse(const CEventTask *task) {
         const std::lock_guard<std::mutex> lock(runsLock);
-        m_run = findRun(task);
+        m_run = findRun(task); // NOLINT(cppcoreguidelines-prefer-member-initializer): needs the lock
         if (m_run == nullptr) {
             m_queue = af::loadAcquire(task->queue);
         } else {
@@ -334,8 +334,6 @@ TaskRun *beginRun(CEventTask *task, const char *name) {
     if (run == nullptr) {
         return nullptr;
     }
-    run->queue = af::noQueue;
-    run->runFlag.store(true);
     af::copyBounded(run->taskName, name);
     const std::lock_guard<std::mutex> lock(runsLock);
     TaskRun *earlier = findRun(task);

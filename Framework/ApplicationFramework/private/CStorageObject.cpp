@@ -24,6 +24,7 @@ thread_local const Destruction *innermostDestruction = nullptr;
 /// The list's element when its name is exactly the key.
 extern "C" uint32_t variableMatcher(const void *element, const void *key) {
     const char *name = nullptr;
+    // The getter takes no const. NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
     auto *variable = static_cast<CVariable *>(const_cast<void *>(element));
     if (af::isError(CVariable_GetName(variable, &name))) {
         return 0;

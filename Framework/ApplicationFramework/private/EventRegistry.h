@@ -40,14 +40,14 @@ struct SEventListenerList {
 /// the records below a count never change again.
 class EventRegistry {
 public:
-    std::uint32_t maxNoOfEvents;
-    std::uint32_t maxNoOfListeners;
-    std::uint32_t noOfRegisteredEvents;
-    std::uint32_t noOfListeners;
-    SEventDescriptor *events;
-    SListenerDescriptor *listeners;
-    SEventListenerList *eventListeners; ///< Parallel to events.
-    CEventCache cache;                  ///< Event id to index in events.
+    std::uint32_t maxNoOfEvents = 0;
+    std::uint32_t maxNoOfListeners = 0;
+    std::uint32_t noOfRegisteredEvents = 0;
+    std::uint32_t noOfListeners = 0;
+    SEventDescriptor *events = nullptr;
+    SListenerDescriptor *listeners = nullptr;
+    SEventListenerList *eventListeners = nullptr; ///< Parallel to events.
+    CEventCache cache{};                          ///< Event id to index in events.
 
     /// Makes the process's registry. Nothing may be open.
     /// @return false when there is no memory.

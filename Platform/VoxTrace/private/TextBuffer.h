@@ -10,6 +10,7 @@ namespace voxtrace {
 /// it never fails and never throws.
 class TextBuffer {
 public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): m_size tells what of the kilobyte counts
     TextBuffer() noexcept = default;
     ~TextBuffer();
     TextBuffer(const TextBuffer &) = delete;
