@@ -288,11 +288,12 @@ bool createWorker(TaskRun &run, pthread_t &threadHandle, std::uint32_t stackSize
     if (pthread_attr_init(&attributes) != 0) {
         return false;
     }
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    // Nobody would join one that is not detached.
+    const bool isDetached = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED) == 0;
     // Too small a size is refused, and the default stack is used: the event handler relies on it.
     pthread_attr_setstacksize(&attributes, std::min(stackSize, largestStackSize));
     run.hasWorker = true;
-    const bool isCreated = pthread_create(&threadHandle, &attributes, CEventTask_OsProcess, &run) == 0;
+    const bool isCreated = isDetached && pthread_create(&threadHandle, &attributes, CEventTask_OsProcess, &run) == 0;
     pthread_attr_destroy(&attributes);
     if (!isCreated) {
         run.hasWorker = false;
