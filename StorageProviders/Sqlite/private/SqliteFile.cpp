@@ -229,8 +229,11 @@ EAFResult SqliteFile::tell(const TableCheck &found, Purpose purpose, Report &rep
         report.add(Severity::warning, m_name + ": " + text);
     }
     if (m_access == Access::readWrite && (!isWritable() || sqlite3_db_readonly(m_database, "main") == 1)) {
-        report.add(Severity::warning, m_name + ": opened for reading only, storing will fail; make the file, its "
-                                               "folder and its disk writable and start again");
+        m_isHindered = true;
+        if (purpose == Purpose::read) {
+            report.add(Severity::warning, m_name + ": opened for reading only, storing will fail; make the file, its "
+                                                   "folder and its disk writable and start again");
+        }
     }
     return eAF_S_OK;
 }
@@ -324,7 +327,18 @@ Failure SqliteFile::explained(const Failure &failure) const {
     return explained;
 }
 
-EAFResult SqliteFile::giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report) {
+Failure SqliteFile::withoutReadFailure(const Failure &failure) const {
+    int error = 0;
+    const bool isAsked = failure.isDamage() && m_database != nullptr;
+    if (isAsked && sqlite3_file_control(m_database, nullptr, SQLITE_FCNTL_LAST_ERRNO, &error) == SQLITE_OK &&
+        error != 0) {
+        return {SQLITE_IOERR_READ, error, {}};
+    }
+    return failure;
+}
+
+EAFResult SqliteFile::giveUp(const Failure &met, const std::string &problem, Purpose purpose, Report &report) {
+    const Failure failure = withoutReadFailure(met);
     disconnect();
     if (!failure.isDamage()) {
         return fail(failure.result(), failure.text(), report);

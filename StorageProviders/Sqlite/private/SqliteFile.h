@@ -78,7 +78,10 @@ private:
     int prepareConnection();
     int checkContent(TableCheck &found);
     Failure explained(const Failure &failure) const;
-    EAFResult giveUp(const Failure &failure, const std::string &problem, Purpose purpose, Report &report);
+    /// To SQLite a page that could not be read is a damaged one. Nobody has seen a damaged byte of it, and the next try
+    /// may read it: a store must not be set aside for that.
+    Failure withoutReadFailure(const Failure &failure) const;
+    EAFResult giveUp(const Failure &met, const std::string &problem, Purpose purpose, Report &report);
     EAFResult setAside(const std::string &damage, Report &report);
     EAFResult fail(EAFResult result, const std::string &text, Report &report) const;
     void setEmpty();
