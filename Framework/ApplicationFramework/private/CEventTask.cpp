@@ -75,13 +75,28 @@ void freeIfOver(TaskRun *run) {
     delete run;
 }
 
+/// Call with runsLock held.
+void wakeWorker(const TaskRun &run) {
+    if (run.hasWorker && (run.isQueueOpen || run.isCloseDue)) {
+        af::wakeReceiver(run.queue);
+    }
+}
+
+/// Wakes the workers of runs that were given up: whoever else reads a queue may have taken what should have woken
+/// them. Nobody waits for them, so this is done once more with each run that begins or ends. Call with runsLock held.
+void wakeAbandonedWorkers() {
+    for (const TaskRun *run = runs; run != nullptr; run = run->next) {
+        if (run->task == nullptr) {
+            wakeWorker(*run);
+        }
+    }
+}
+
 /// Ends the run's claim on the task's record, where its worker counts as gone. Call with runsLock held.
 void giveUp(TaskRun *run) {
     run->runFlag.store(false);
-    if (run->hasWorker && (run->isQueueOpen || run->isCloseDue)) {
-        // Nobody may have stopped it, or Stop's message may have been lost: it would wait for ever.
-        af::wakeReceiver(run->queue);
-    }
+    // Nobody may have stopped it, or Stop's message may have been lost: it would wait for ever.
+    wakeWorker(*run);
     af::storeRelease(run->task->running, std::uint32_t{0});
     run->task = nullptr;
     freeIfOver(run);
@@ -212,13 +227,16 @@ void drainForBlockedSenders(TaskRun &run, std::unique_lock<std::mutex> &lock) {
         const std::uint32_t seen = run.leavings;
         ++run.queueUsers;
         lock.unlock();
-        while (af::discardMessage(run.queue)) {
+        // Not until it is empty: another process may fill it as fast, and nothing waits for that one.
+        bool isEmpty = false;
+        for (long i = 0; i < af::queueLength && !isEmpty; ++i) {
+            isEmpty = !af::discardMessage(run.queue);
         }
         lock.lock();
         if (--run.queueUsers == 0) {
             run.isCloseDue = false;
             mq_close(run.queue);
-        } else if (run.leavings == seen) {
+        } else if (isEmpty && run.leavings == seen) {
             run.userLeft.wait(lock);
         }
     }
@@ -345,6 +363,7 @@ TaskRun *beginRun(CEventTask *task, const char *name) {
         earlier->isUnlinked = true;
         giveUp(earlier);
     }
+    wakeAbandonedWorkers();
     run->task = task;
     run->next = runs;
     runs = run;
@@ -439,6 +458,7 @@ int CEventTask_Destroy(void *self) {
     destroySemaphore(*run);
     closeQueue(*run);
     const int result = unlinkQueue(*run);
+    wakeAbandonedWorkers();
     giveUp(run);
     return result;
 }

@@ -2,12 +2,13 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <new>
 
 namespace {
-
-constexpr long queueLength = 10;
 
 // The kernel's lock on a queue orders what the sender wrote before what the receiver reads, pData's target
 // included. ThreadSanitizer does not know that of a queue, so it is told.
@@ -40,7 +41,7 @@ void tellReceive(mqd_t) {}
 
 mqd_t af::openEventQueue(const char *name, mode_t mode) {
     mq_attr attributes{};
-    attributes.mq_maxmsg = queueLength;
+    attributes.mq_maxmsg = af::queueLength;
     attributes.mq_msgsize = sizeof(SEventDataMessage);
     return mq_open(name, O_RDWR | O_CREAT, mode, &attributes);
 }
@@ -77,8 +78,14 @@ ssize_t af::receiveMessage(mqd_t queue, SEventDataMessage &message) {
 bool af::discardMessage(mqd_t queue) {
     SEventDataMessage message;
     const timespec alreadyPast{};
-    const ssize_t received =
+    ssize_t received =
         mq_timedreceive(queue, reinterpret_cast<char *>(&message), sizeof message, nullptr, &alreadyPast);
+    mq_attr attributes{};
+    if (received < 0 && errno == EMSGSIZE && mq_getattr(queue, &attributes) == 0) {
+        const auto size = static_cast<std::size_t>(attributes.mq_msgsize);
+        const std::unique_ptr<char[]> larger(new (std::nothrow) char[size]);
+        received = larger != nullptr ? mq_timedreceive(queue, larger.get(), size, nullptr, &alreadyPast) : -1;
+    }
     tellReceive(queue);
     return received >= 0;
 }
@@ -87,5 +94,9 @@ void af::wakeReceiver(mqd_t queue) {
     const SEventDataMessage message = makeMessage(EVENT_ID_STOP, nullptr, 0);
     const timespec alreadyPast{};
     tellSend(queue);
-    mq_timedsend(queue, reinterpret_cast<const char *>(&message), sizeof message, normalPriority, &alreadyPast);
+    if (mq_timedsend(queue, reinterpret_cast<const char *>(&message), sizeof message, normalPriority, &alreadyPast) !=
+            0 &&
+        errno == EMSGSIZE) {
+        mq_timedsend(queue, "", 0, normalPriority, &alreadyPast);
+    }
 }

@@ -12,6 +12,7 @@
 namespace af {
 
 constexpr mqd_t noQueue = -1;
+constexpr long queueLength = 10;
 constexpr unsigned int normalPriority = 0;
 constexpr unsigned int urgentPriority = 32767;
 
@@ -31,11 +32,12 @@ bool sendMessage(mqd_t queue, const SEventDataMessage &message, unsigned int pri
 /// @return as mq_receive.
 ssize_t receiveMessage(mqd_t queue, SEventDataMessage &message);
 
-/// Removes one message; never waits.
+/// Removes one message, also one of a queue of larger messages, which another program made; never waits.
 /// @return whether there was one.
 bool discardMessage(mqd_t queue);
 
-/// Sends EVENT_ID_STOP; never waits. A full queue needs no waking.
+/// Sends EVENT_ID_STOP, or an empty message where the queue, another program's, takes no record; never waits. A full
+/// queue needs no waking.
 void wakeReceiver(mqd_t queue);
 
 } // namespace af
