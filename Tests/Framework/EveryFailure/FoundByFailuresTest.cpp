@@ -1,0 +1,132 @@
+// What came to light when each call failed in turn, each by its name.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "CEventTask.h"
+#include "FailingCalls.h"
+#include "Progress.h"
+#include "SqliteStore.h"
+#include "TraceRecorder.h"
+
+namespace {
+
+using storage::Access;
+using storage::SqliteStore;
+using storage::StoredValues;
+using test::FailingCalls;
+using testing::HasSubstr;
+
+std::size_t callNamed(const std::string &name) {
+    const auto &calls = test::failingCalls();
+    return static_cast<std::size_t>(
+        std::find_if(calls.begin(), calls.end(), [&](const auto &each) { return name == each.name; }) - calls.begin());
+}
+
+std::ptrdiff_t threadsOfThisProcess() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
+}
+
+class KeptReport : public storage::Report {
+public:
+    void add(storage::Severity /*severity*/, const std::string &text) override { texts += text + "\n"; }
+    std::string texts;
+};
+
+class FoundByFailures : public testing::Test {
+protected:
+    FoundByFailures() {
+        SqliteStore store(file, 1);
+        EXPECT_EQ(eAF_S_OK, store.open(Access::readWrite, report));
+        EXPECT_EQ(eAF_S_OK, store.write(values, report));
+    }
+    ~FoundByFailures() override { FailingCalls::failNone(); }
+
+    test::StoreFolder folder;
+    const std::string file = folder.name() + "/store";
+    const StoredValues values = {{"Cfg/Radio/Gain", TYPE_UINT8_ARRAY, 3, {1, 2, 3}}};
+    KeptReport report;
+};
+
+/// To SQLite a page that could not be read is a damaged one, and a damaged store was set aside: all values gone for one
+/// read that failed once.
+TEST_F(FoundByFailures, AnSqliteStoreThatCouldNotBeReadOnce_IsNotSetAside) {
+    const std::size_t read = callNamed("pread");
+    std::uint64_t number = 0;
+    for (;; ++number) {
+        FailingCalls::fail(read, FailingCalls::Thread::test, number, EIO);
+        report.texts.clear();
+        StoredValues found;
+        EAFResult result = eAF_S_OK;
+        {
+            const FailingCalls::Counted counted;
+            SqliteStore store(file, 1);
+            result = store.open(Access::readWrite, report);
+            result = result < eAF_E_FAILED ? store.read(found, report) : result;
+        }
+        EXPECT_FALSE(std::filesystem::exists(file + ".damaged-1")) << "read " << number << ": " << report.texts;
+        SqliteStore again(file, 1);
+        StoredValues foundAgain;
+        EXPECT_EQ(eAF_S_OK, again.open(Access::readWrite, report));
+        EXPECT_EQ(eAF_S_OK, again.read(foundAgain, report));
+        EXPECT_EQ(values, foundAgain) << "read " << number;
+        if (FailingCalls::failures() == 0) {
+            EXPECT_EQ(values, found);
+            break;
+        }
+        EXPECT_TRUE(result == eAF_E_FAILED || found == values) << "read " << number << " answered " << result;
+        if (result == eAF_E_FAILED) {
+            EXPECT_THAT(report.texts, HasSubstr("input or output failed"));
+        }
+    }
+    EXPECT_GT(number, 1u);
+}
+
+/// SQLite opens for reading what it can not open for writing, and the store stayed so: the next one failed as well,
+/// although nothing hindered it any more.
+TEST_F(FoundByFailures, AnSqliteStoreThatCouldNotBeOpenedForWritingOnce_TakesTheNextValues) {
+    for (const int error : {EMFILE, ENFILE, ENOMEM, EACCES, EIO}) {
+        // The first file that is opened is the lock, the second the database.
+        FailingCalls::fail(callNamed("open"), FailingCalls::Thread::test, 1, error);
+        report.texts.clear();
+        SqliteStore store(file, 1);
+        {
+            const FailingCalls::Counted counted;
+            EXPECT_EQ(eAF_S_OK, store.open(Access::readWrite, report));
+        }
+        EXPECT_EQ(1u, FailingCalls::failures());
+        EXPECT_THAT(report.texts, HasSubstr("opened for reading only"));
+        StoredValues found;
+        EXPECT_EQ(eAF_S_OK, store.read(found, report));
+        EXPECT_EQ(eAF_S_OK, store.write(values, report)) << std::strerror(error) << ": " << report.texts;
+    }
+}
+
+/// A thread that is not detached keeps its stack for ever: nobody joins it.
+TEST_F(FoundByFailures, AThreadThatCanNotBeDetached_IsNotMade) {
+    const auto threads = threadsOfThisProcess();
+    CEventTask task{};
+    ITask *operations = nullptr;
+    ASSERT_EQ(eAF_S_OK, CEventTask_GetInterface(&task, &operations));
+    test::TraceRecorder::reset();
+    FailingCalls::fail(callNamed("pthread_attr_setdetachstate"), FailingCalls::Thread::test, 0, EINVAL);
+    {
+        const FailingCalls::Counted counted;
+        EXPECT_EQ(eAF_E_FAILED, operations->Create(operations, "T", 0, 0, 0, 0));
+    }
+    EXPECT_EQ(1u, FailingCalls::failures());
+    EXPECT_THAT(
+        test::TraceRecorder::failures(),
+        testing::ElementsAre(test::Line{"CEventTask_Create", "EventTask (T): Could not create thread", 0x8000}));
+    operations->Destroy(operations);
+    EXPECT_EQ(threads, threadsOfThisProcess());
+}
+
+} // namespace
