@@ -237,8 +237,9 @@ void createVariables() {
         CStorageObject_Construct(&objects[i], numbered("Object", i).data());
         for (unsigned k = 0; k < noOfVariablesPerObject; ++k) {
             const Name name = numbered("Variable", k);
-            SVariableDescriptor descriptor{&contents[i * noOfVariablesPerObject + k], TYPE_INT32, 1, name.data(),
-                                           const_cast<std::int32_t *>(&defaultContent)};
+            SVariableDescriptor descriptor{
+                &contents[i * noOfVariablesPerObject + k], TYPE_INT32, 1, name.data(),
+                const_cast<std::int32_t *>(&defaultContent)}; // NOLINT: the record knows no const
             require("variable", CStorageObject_CreateVariables(&objects[i], &descriptor, 1));
         }
     }
