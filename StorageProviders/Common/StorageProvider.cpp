@@ -5,10 +5,10 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
+#include <vector>
 
+#include "KnownWalk.h"
 #include "VariableType.h"
 
 namespace storage {
@@ -63,30 +63,30 @@ private:
     const char *m_operation;
 };
 
-using Visit = std::function<void(CVariable &variable, const char *path)>;
-
 /// The walk hands its action no context. One walk runs at a time in the process.
 struct RunningWalk {
-    const Visit *visit;
+    void *visit;
     bool ranOutOfMemory;
 };
 RunningWalk *runningWalk;
 
+template <class Visit>
 EAFResult visitVariable(CDatabase * /*database*/, CVariable *variable, const char *fullPath,
                         const char * /*regionName*/, const char * /*objectPath*/, const char * /*variableName*/) {
     const EAFResult visited = guarded([&] {
-        (*runningWalk->visit)(*variable, fullPath);
+        (*static_cast<Visit *>(runningWalk->visit))(*variable, fullPath);
         return eAF_S_OK;
     });
     runningWalk->ranOutOfMemory = runningWalk->ranOutOfMemory || isError(visited);
     return visited;
 }
 
-/// @throws std::bad_alloc when a visit did.
-EAFResult walk(CDatabase *database, const Visit &visit) {
+/// @param visit  takes a variable and its path. @throws std::bad_alloc when a visit did.
+template <class Visit>
+EAFResult walk(CDatabase *database, Visit visit) {
     RunningWalk running{&visit, false};
     runningWalk = &running;
-    const EAFResult result = CDatabase_DoVariableOperation(database, visitVariable);
+    const EAFResult result = CDatabase_DoVariableOperation(database, visitVariable<Visit>);
     runningWalk = nullptr;
     if (running.ranOutOfMemory || result == eAF_E_OUT_OF_MEMORY) {
         throw std::bad_alloc();
@@ -118,13 +118,19 @@ std::string describe(EVariableType type, std::uint32_t noOfElements) {
 
 } // namespace
 
+/// What a store is to be told, and where it will be known.
+struct Changes {
+    ValueTable values;
+    std::vector<std::size_t> places; ///< Each value's among the known ones, or KnownWalk::unknown.
+};
+
 struct StorageProvider::Location {
     std::string file;
     std::unique_ptr<VariableStore> store;
     bool isOpen = false;
-    bool isRead = false;       ///< `known` is what the store holds.
-    bool isUnreadable = false; ///< By the last retrieve: what stands in the variables must not be stored.
-    std::unordered_map<std::string, StoredValue> known;
+    bool isRead = false;        ///< `known` is what the store holds.
+    bool isUnreadable = false;  ///< By the last retrieve: what stands in the variables must not be stored.
+    ValueTable known;           ///< In the order of the last walk, those that it did not meet behind.
     unsigned long reserved = 0; ///< 0: no limit was given.
     SStorageStatistics statistics{};
 
@@ -146,38 +152,30 @@ struct StorageProvider::Location {
         if (isError(opened)) {
             return opened;
         }
-        StoredValues values;
-        const EAFResult result = store->read(values, report);
+        const EAFResult result = store->read(known, report);
         if (isError(result)) {
+            known.clear();
             return result;
-        }
-        for (StoredValue &value : values) {
-            std::string path = value.path;
-            known.insert_or_assign(std::move(path), std::move(value));
         }
         isRead = true;
         return eAF_S_OK;
     }
 
-    bool isKnown(const CVariable &variable, const char *path, std::uint64_t size) const {
-        const auto found = known.find(path);
-        if (found == known.end()) {
-            return false;
-        }
-        const StoredValue &stored = found->second;
-        return stored.type == variable.type && stored.noOfElements == variable.noOfElements &&
-               stored.content.size() == size &&
-               (size == 0 || std::memcmp(stored.content.data(), variable.content, stored.content.size()) == 0);
-    }
-
-    EAFResult collectChanges(CDatabase *database, StoredValues &changes, Report &report);
+    EAFResult collectChanges(CDatabase *database, Changes &changes, Report &report);
     EAFResult writeChanges(CDatabase *database, Report &report);
     EAFResult storeChanges(CDatabase *database, Report &report);
     EAFResult fill(CDatabase *database, Report &report);
 };
 
+/// @return whether the variable has the stored value.
+static bool holds(const CVariable &variable, const ValueView &stored, std::uint64_t size) {
+    return stored.type == variable.type && stored.noOfElements == variable.noOfElements && stored.size == size &&
+           (size == 0 || std::memcmp(stored.content, variable.content, stored.size) == 0);
+}
+
+/// @param place  receives where the variable's value is known, or that it is not.
 /// @return whether a store can keep the variable; says so when not.
-static bool canBeKept(const CVariable &variable, const char *path, std::unordered_set<std::string> &seen,
+static bool canBeKept(const CVariable &variable, const char *path, KnownWalk &known, std::size_t &place,
                       Report &report) {
     if (!isPlain(variable.type) || variable.content == nullptr) {
         report.add(Severity::warning, std::string("the variable ") + path + " has " +
@@ -185,7 +183,8 @@ static bool canBeKept(const CVariable &variable, const char *path, std::unordere
                                           ": it is neither stored nor retrieved");
         return false;
     }
-    if (!seen.insert(path).second) {
+    place = known.meet(path);
+    if (place == KnownWalk::again) {
         report.add(Severity::warning, std::string("a second variable has the path ") + path +
                                           ": only the first is kept, give it another name");
         return false;
@@ -193,12 +192,13 @@ static bool canBeKept(const CVariable &variable, const char *path, std::unordere
     return true;
 }
 
-EAFResult StorageProvider::Location::collectChanges(CDatabase *database, StoredValues &changes, Report &report) {
-    std::unordered_set<std::string> seen;
+EAFResult StorageProvider::Location::collectChanges(CDatabase *database, Changes &changes, Report &report) {
+    KnownWalk variables(known);
     bool isWhole = true;
     std::uint64_t bytes = 0;
     const EAFResult walked = walk(database, [&](CVariable &variable, const char *path) {
-        if (!canBeKept(variable, path, seen, report)) {
+        std::size_t place = KnownWalk::unknown;
+        if (!canBeKept(variable, path, variables, place, report)) {
             return;
         }
         const std::uint64_t size = contentSize(variable.type, variable.noOfElements);
@@ -208,9 +208,10 @@ EAFResult StorageProvider::Location::collectChanges(CDatabase *database, StoredV
             report.add(Severity::error, std::string("the variable ") + path +
                                             " could not be locked: its earlier value stays in " + file);
             isWhole = false;
-        } else if (!isKnown(variable, path, size)) {
-            const auto *content = static_cast<const unsigned char *>(variable.content);
-            changes.push_back({path, variable.type, variable.noOfElements, {content, content + size}});
+        } else if (place == KnownWalk::unknown || !holds(variable, known[place], size)) {
+            changes.values.add({path, variable.type, variable.noOfElements,
+                                static_cast<const unsigned char *>(variable.content), static_cast<std::size_t>(size)});
+            changes.places.push_back(place);
         }
     });
     if (reserved != 0 && bytes > reserved) {
@@ -227,27 +228,25 @@ EAFResult StorageProvider::Location::collectChanges(CDatabase *database, StoredV
 }
 
 EAFResult StorageProvider::Location::writeChanges(CDatabase *database, Report &report) {
-    StoredValues changes;
+    Changes changes;
     const EAFResult collected = collectChanges(database, changes, report);
-    if (changes.empty()) {
+    const ValueViews values = changes.values.views();
+    if (values.empty()) {
         return collected;
     }
     // Read again before the next store compares unless this write succeeds: one that failed may have reached the disk
-    // all the same, and a store that went away meanwhile takes values only after that. What is stored is noted in
-    // places made beforehand, so that it can be whatever memory is left.
+    // all the same, and a store that went away meanwhile takes values only after that. What is stored is noted in room
+    // made beforehand, so that it can be whatever memory is left.
     isRead = false;
-    for (const StoredValue &value : changes) {
-        known.try_emplace(value.path);
-    }
-    const EAFResult written = store->write(changes, report);
+    known.makeRoomFor(values, changes.places);
+    const EAFResult written = store->writeViews(values, report);
     if (isError(written)) {
         return written;
     }
-    for (StoredValue &value : changes) {
-        StoredValue &place = known.find(value.path)->second;
-        place = std::move(value);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        known.put(values[i], changes.places[i]);
     }
-    statistics.noOfValuesWritten = static_cast<std::uint32_t>(changes.size());
+    statistics.noOfValuesWritten = static_cast<std::uint32_t>(values.size());
     isRead = true;
     return collected;
 }
@@ -259,20 +258,18 @@ EAFResult StorageProvider::Location::storeChanges(CDatabase *database, Report &r
 }
 
 EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
-    std::unordered_set<std::string> seen;
-    std::uint32_t noOfMatches = 0;
+    KnownWalk variables(known);
     bool isWhole = true;
     const EAFResult walked = walk(database, [&](CVariable &variable, const char *path) {
-        if (!canBeKept(variable, path, seen, report)) {
+        std::size_t place = KnownWalk::unknown;
+        if (!canBeKept(variable, path, variables, place, report)) {
             return;
         }
-        const auto found = known.find(path);
-        if (found == known.end()) {
+        if (place == KnownWalk::unknown) {
             ++statistics.noOfValuesMissing;
             return;
         }
-        ++noOfMatches;
-        const StoredValue &stored = found->second;
+        const ValueView stored = known[place];
         if (stored.type != variable.type || stored.noOfElements != variable.noOfElements) {
             ++statistics.noOfValuesMismatched;
             report.add(Severity::warning, std::string("the variable ") + path + " is stored in " + file + " as " +
@@ -288,13 +285,13 @@ EAFResult StorageProvider::Location::fill(CDatabase *database, Report &report) {
             isWhole = false;
             return;
         }
-        if (!stored.content.empty()) {
-            std::memcpy(variable.content, stored.content.data(), stored.content.size());
+        if (stored.size != 0) {
+            std::memcpy(variable.content, stored.content, stored.size);
         }
         CVariable_SetRetrieved(&variable, 1);
         ++statistics.noOfValuesRetrieved;
     });
-    statistics.noOfValuesUnknown = static_cast<std::uint32_t>(known.size() - noOfMatches);
+    statistics.noOfValuesUnknown = static_cast<std::uint32_t>(known.size() - variables.noOfMet());
     if (statistics.noOfValuesUnknown != 0) {
         report.add(Severity::information, file + " holds " + std::to_string(statistics.noOfValuesUnknown) +
                                               " values of variables that are not registered: they are kept");

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace storage {
 namespace {
@@ -36,10 +37,26 @@ std::size_t utf8Length(std::string_view text) {
     return 0;
 }
 
+/// @return how many ASCII characters the text begins with, counted by the word: paths and texts are mostly these.
+std::size_t asciiLength(std::string_view text) {
+    constexpr std::uint64_t beyondAscii = 0x8080808080808080u;
+    std::size_t length = 0;
+    for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
+        std::memcpy(&word, text.data() + length, sizeof word);
+        if ((word & beyondAscii) != 0) {
+            break;
+        }
+    }
+    while (length < text.size() && static_cast<unsigned char>(text[length]) < 0x80) {
+        ++length;
+    }
+    return length;
+}
+
 } // namespace
 
 bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
+    for (text.remove_prefix(asciiLength(text)); !text.empty(); text.remove_prefix(asciiLength(text))) {
         const std::size_t length = utf8Length(text);
         if (length == 0) {
             return false;

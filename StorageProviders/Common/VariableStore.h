@@ -5,6 +5,7 @@
 #include "EAFResult.h"
 #include "Report.h"
 #include "StoredValue.h"
+#include "ValueView.h"
 
 namespace storage {
 
@@ -31,12 +32,21 @@ public:
     /// eAF_E_FAILED (readOnly). May be called again after a failure, and does nothing when the store is open.
     virtual EAFResult open(Access access, Report &report) = 0;
 
-    /// @param values  receives every value, in an order of the store's own.
-    virtual EAFResult read(StoredValues &values, Report &report) = 0;
+    /// @param values  receives every value, no two of one path, in an order of the store's own: that in which they were
+    ///                added is the one that a provider finds them in at once.
+    /// What was there before is cleared.
+    virtual EAFResult read(ValueSink &values, Report &report) = 0;
+    EAFResult read(StoredValues &values, Report &report) {
+        ValueList list(values);
+        return read(list, report);
+    }
 
     /// Adds or replaces values by path, all or none, and leaves every other value as it is; durable when it returns.
     /// An empty list touches nothing.
-    virtual EAFResult write(const StoredValues &values, Report &report) = 0;
+    virtual EAFResult writeViews(const ValueViews &values, Report &report) = 0;
+    EAFResult write(const StoredValues &values, Report &report) {
+        return writeViews(ValueViews(values.begin(), values.end()), report);
+    }
 
     /// @return whether what the file holds is known no more: it was set aside, replaced or removed since this store was
     ///         read or written. Another location may share it, or somebody have had a hand in it.

@@ -8,9 +8,15 @@ struct PlainType {
     std::string_view name;
     EVariableType type;
     std::uint32_t elementSize;
+    bool isArray;
 };
 
-#define PLAIN_TYPE(type, value, elementSize) {std::string_view(#type).substr(5), type, elementSize},
+constexpr bool isArrayName(std::string_view name) {
+    constexpr std::string_view suffix = "_ARRAY";
+    return name.size() > suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+}
+
+#define PLAIN_TYPE(type, value, elementSize) {std::string_view(#type).substr(5), type, elementSize, isArrayName(#type)},
 constexpr PlainType types[] = {AF_VARIABLE_TYPE_TABLE(PLAIN_TYPE)};
 #undef PLAIN_TYPE
 
@@ -44,9 +50,7 @@ std::uint32_t elementSize(EVariableType type) {
 }
 
 bool isArray(EVariableType type) {
-    const std::string_view name = typeName(type);
-    constexpr std::string_view suffix = "_ARRAY";
-    return name.size() > suffix.size() && name.substr(name.size() - suffix.size()) == suffix;
+    return isPlain(type) && types[type].isArray;
 }
 
 std::uint64_t contentSize(EVariableType type, std::uint32_t noOfElements) {

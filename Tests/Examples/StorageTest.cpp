@@ -59,6 +59,18 @@ TEST_P(Storage, WhatTheFirstRunChanged_IsThereInTheSecondAndANewParameterHasItsD
     EXPECT_TRUE(contains(downgraded.output(), "16 values retrieved, 0 by default")) << "the new one is kept, not known";
 }
 
+TEST_P(Storage, AGainThatEarlierRunsTookToItsLowerEnd_GoesUpAgain) {
+    ASSERT_EQ(ChildProgram(RADIO_UNIT_CONTROLLER, with({})).exitCode(), 0);
+    ChildProgram lowered(ZAF_STORE, {"set", store(), "Cfg/Radio/Gains", "[27,0.5,30,27]"});
+    ASSERT_EQ(lowered.exitCode(), 0) << lowered.errors();
+    ChildProgram controller(RADIO_UNIT_CONTROLLER, with({}));
+    EXPECT_EQ(controller.exitCode(), 0) << controller.errors();
+    EXPECT_TRUE(contains(controller.output(), "the gain of channel 2 goes up by 10 dB")) << controller.output();
+    ChildProgram kept(ZAF_STORE, {"get", store(), "Cfg/Radio/Gains"});
+    EXPECT_EQ(kept.exitCode(), 0) << kept.errors();
+    EXPECT_TRUE(contains(kept.output(), "10.5")) << kept.output();
+}
+
 TEST_P(Storage, AnEventFromAnotherProcess_HasTheParametersStored) {
     ChildProgram controller(RADIO_UNIT_CONTROLLER, with({"--stay"}));
     ASSERT_TRUE(controller.waitForOutput("Running until")) << controller.output();

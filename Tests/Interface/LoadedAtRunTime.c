@@ -40,6 +40,13 @@ static EAFResult callWithTwoWords(const char *name, uint32_t first, uint32_t sec
     return operation(first, second);
 }
 
+static EAFResult callWithNameAndPlace(const char *name, const char *text, void **place) {
+    EAFResult (*operation)(const char *, void **) = NULL;
+    void *address = function(name);
+    memcpy(&operation, &address, sizeof operation);
+    return operation(text, place);
+}
+
 static void useOwnPort(void) {
     EAFResult (*operation)(const void *) = NULL;
     void *address = function("CApplicationFramework_FinalInitialization");
@@ -77,6 +84,13 @@ static void exitHandler(void) {
         callWithNothing("CModuleManager_GetNumberOfRegisteredModules") != 1 ||
         callWithNothing("CModuleManager_UnInitialize") != eAF_S_OK) {
         fprintf(stderr, "the registry did not work in the exit handler\n");
+        _exit(1);
+    }
+    /* Each access is logged, as long as there is something to log it with. */
+    void *variable = NULL;
+    if (callWithNameAndPlace("CStorageManager_GetVariableByPath", "Cfg/Radio/Gain", &variable) !=
+        eAF_E_UNKNOWN_VARIABLE) {
+        fprintf(stderr, "the storage manager did not work in the exit handler\n");
         _exit(1);
     }
 }

@@ -8,6 +8,7 @@ A finding is a line "FILE:LINE:COLUMN: SEVERITY: MESSAGE [ID]", the last bracket
 that no line explains fails, and so does a line that explains nothing any more.
 """
 
+import os
 import re
 import sys
 
@@ -30,7 +31,7 @@ def read_findings(text, root):
         match = FINDING.match(line)
         if match is None:
             continue
-        file = match["file"].removeprefix(root + "/")
+        file = os.path.relpath(match["file"], root)
         key = (match["id"], file, source_line(root, file, int(match["line"])))
         findings.setdefault(key, f"{file}:{match['line']}: {match['message'][:300]} [{match['id']}]")
     return findings

@@ -48,24 +48,7 @@ void *operator new(std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
 void *operator new[](std::size_t size, const std::nothrow_t & /*tag*/) noexcept {
     return allocate(size);
 }
-void operator delete(void *block) noexcept {
-    release(block);
-}
-void operator delete[](void *block) noexcept {
-    release(block);
-}
-void operator delete(void *block, std::size_t /*size*/) noexcept {
-    release(block);
-}
-void operator delete[](void *block, std::size_t /*size*/) noexcept {
-    release(block);
-}
-void operator delete(void *block, const std::nothrow_t & /*tag*/) noexcept {
-    release(block);
-}
-void operator delete[](void *block, const std::nothrow_t & /*tag*/) noexcept {
-    release(block);
-}
+#include "ReplacedDelete.h" // behind release()
 
 namespace test {
 

@@ -91,7 +91,7 @@ void TraceRecorder::reset(std::int32_t threshold, std::int32_t domainLevel) {
     all().domainRecords.clear();
     all().domainLevel = domainLevel;
     all().calls = 0;
-    AF_trace.level = threshold;
+    __atomic_store_n(&AF_trace.level, threshold, __ATOMIC_RELAXED); // a worker may be about to read it
 }
 
 std::vector<Trace> TraceRecorder::records() {

@@ -22,7 +22,10 @@ const char *const footer =
     "in use, 5 no store or a damaged one, 6 a value or document that does not fit, 7 the store, or standard output,\n"
     "could not be written.";
 
-const std::map<std::string, Kind> kinds{{"sqlite", Kind::sqlite}, {"file", Kind::file}};
+// Made when it is asked for: what is made before main and finds no memory ends the tool without a word.
+std::map<std::string, Kind> kinds() {
+    return {{"sqlite", Kind::sqlite}, {"file", Kind::file}};
+}
 
 CLI::App *addCommand(CLI::App &app, const std::string &name, const std::string &does, const std::string &examples) {
     CLI::App *command = app.add_subcommand(name, does);
@@ -98,7 +101,8 @@ int runCommand(int argc, char **argv) {
                          "  zaf-store load radio.db radio.json\n  zaf-store load new.store radio.json --kind file");
     addStore(command, store);
     command->add_option("FILE", file, "where from; - is standard input")->capture_default_str();
-    command->add_option("--kind", kind, "of a store that is not there yet")->transform(CLI::CheckedTransformer(kinds));
+    command->add_option("--kind", kind, "of a store that is not there yet")
+        ->transform(CLI::CheckedTransformer(kinds()));
     addLocation(command, store);
     command->callback([&] { run = [&] { return load(store, file, kind); }; });
 
@@ -119,7 +123,7 @@ int runCommand(int argc, char **argv) {
                          "  zaf-store convert radio.db radio.store --kind file");
     addStore(command, store, "FROM");
     addStore(command, other, "TO");
-    command->add_option("--kind", kind, "of the new store")->required()->transform(CLI::CheckedTransformer(kinds));
+    command->add_option("--kind", kind, "of the new store")->required()->transform(CLI::CheckedTransformer(kinds()));
     addLocation(command, store);
     addLocation(command, other, "--to-location");
     command->callback([&] { run = [&] { return convert(store, other, *kind); }; });

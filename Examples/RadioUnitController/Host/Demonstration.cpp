@@ -123,9 +123,11 @@ bool Demonstration::restartRadio() {
 bool Demonstration::changeParameters() {
     heading("Parameters, kept until the next start");
     ParameterStore::print();
-    std::printf("  the gain of channel 2 goes down by 1 dB, through the interface %s\n",
-                IGainControl::nameOf(2).c_str());
-    if (!m_controller.radio().parameterStore.tune(2, -1.0)) {
+    // Each run takes a decibel; where none is left, the operator gives ten back.
+    const bool goesDown = ParameterStore::storedGain(2) >= 1.0;
+    std::printf("  the gain of channel 2 goes %s, through the interface %s\n",
+                goesDown ? "down by 1 dB" : "up by 10 dB", IGainControl::nameOf(2).c_str());
+    if (!m_controller.radio().parameterStore.tune(2, goesDown ? -1.0 : 10.0)) {
         return fail("the gain could not be changed");
     }
     CEventHandler_FireEvent(EVENT_STORE_PARAMETERS);

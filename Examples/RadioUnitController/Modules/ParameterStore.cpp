@@ -113,6 +113,13 @@ EAFResult ParameterStore::onEvent(uint32_t eventId) {
     return stored.isGood ? eAF_S_OK : eAF_E_FAILED;
 }
 
+double ParameterStore::storedGain(uint32_t radioChannel) {
+    CVariable *gains = nullptr;
+    return CStorageManager_GetVariableByName("Gains", &gains) < eAF_E_FAILED
+               ? storedElement<float>(gains, radioChannel - FIRST_RADIO_CHANNEL)
+               : 0.0;
+}
+
 bool ParameterStore::tune(uint32_t radioChannel, double byDecibel) {
     CVariable *gains = nullptr;
     if (CStorageManager_GetVariableByName("Gains", &gains) >= eAF_E_FAILED) {

@@ -32,6 +32,9 @@ public:
     /// Changes a channel's stored gain, and through its interface the amplifier's. @return false when there is none.
     bool tune(uint32_t radioChannel, double byDecibel);
 
+    /// A channel's stored gain in dB; 0 when there is none.
+    static double storedGain(uint32_t radioChannel);
+
     /// Every parameter of the region with its path and value.
     static void print();
 

@@ -1,13 +1,7 @@
 #include "AfTrace.h"
 
-bool af::beginTrace(std::uint32_t code, const VoxTraceHeader &header) noexcept {
-    const std::int32_t threshold = __atomic_load_n(&AF_trace.level, __ATOMIC_RELAXED);
-    const std::int32_t level = CKivTraceHandler_DmLevel2VtLevel(code);
-    if (threshold < level) {
-        return false;
-    }
+void af::beginTrace(std::int32_t level, const VoxTraceHeader &header) noexcept {
     VT_beginImpl(&AF_trace, level, &header);
-    return true;
 }
 
 void af::endTrace(std::uint32_t code) noexcept {

@@ -14,9 +14,13 @@ constexpr bool isError(std::uint32_t code) {
     return code >= eAF_E_FAILED;
 }
 
-/// Opens a record if the code's level is enabled. The threshold is read before the code is mapped.
-/// @return whether there is a record to fill and to end.
-bool beginTrace(std::uint32_t code, const VoxTraceHeader &header) noexcept;
+/// The highest level that is traced.
+inline std::int32_t traceThreshold() noexcept {
+    return __atomic_load_n(&AF_trace.level, __ATOMIC_RELAXED);
+}
+
+/// Opens a record, to be filled and ended.
+void beginTrace(std::int32_t level, const VoxTraceHeader &header) noexcept;
 
 /// Ends a record with its code line.
 void endTrace(std::uint32_t code) noexcept;
@@ -25,13 +29,16 @@ void endTrace(std::uint32_t code) noexcept;
 
 /// Traces one message under a function's name; the arguments are evaluated only when the level is enabled.
 ///
-/// A site is a header, a question and a message: there are so many of them that what else they share stands in
-/// AfTrace.cpp.
+/// The threshold is read before the code is mapped. A site asks for itself, because nearly all are disabled; of what
+/// else they share each is only a call, because there are so many of them.
 #define AF_TRACE_AS(label, traceCode, ...)                                                                             \
     do {                                                                                                               \
         static const VoxTraceHeader afHeader = {__FILE__, __LINE__, label};                                            \
         const std::uint32_t afCode = traceCode;                                                                        \
-        if (af::beginTrace(afCode, afHeader)) {                                                                        \
+        const std::int32_t afThreshold = af::traceThreshold();                                                         \
+        const std::int32_t afLevel = CKivTraceHandler_DmLevel2VtLevel(afCode);                                         \
+        if (afThreshold >= afLevel) {                                                                                  \
+            af::beginTrace(afLevel, afHeader);                                                                         \
             VT_rawprintf(&AF_trace, __VA_ARGS__);                                                                      \
             af::endTrace(afCode);                                                                                      \
         }                                                                                                              \

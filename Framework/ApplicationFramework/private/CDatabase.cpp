@@ -7,6 +7,7 @@
 #include <string>
 
 #include "AfTrace.h"
+#include "BoundedText.h"
 #include "DatabaseContents.h"
 #include "OutOfMemory.h"
 #include "StorageList.h"
@@ -53,10 +54,8 @@ public:
         m_length += partLength;
         m_longest = std::max(m_longest, m_length);
     }
-    void cutTo(std::size_t length) {
-        m_length = length;
-        m_text[std::min(length, sizeof m_text - 1)] = '\0';
-    }
+    /// What is appended next ends the text there.
+    void cutTo(std::size_t length) { m_length = length; }
     const char *text() const { return m_text; }
     std::size_t length() const { return m_length; }
     std::size_t longest() const { return m_longest; }
@@ -171,7 +170,7 @@ EAFResult walkPlainVariable(Walk &walk, CVariable *variable) {
         AF_TRACE_AS("CDatabase_DoObjectOperation", named, "Could not get variable name");
         return named;
     }
-    std::snprintf(fullPathBuffer, sizeof fullPathBuffer, "%s/%s/%s", walk.regionName, walk.objectPath.c_str(), name);
+    af::joinBounded(fullPathBuffer, walk.regionName, walk.objectPath, name);
     const EAFResult done =
         walk.action(walk.database, variable, fullPathBuffer, walk.regionName, walk.objectPath.c_str(), name);
     if (af::isError(done)) {
@@ -474,14 +473,17 @@ EAFResult CDatabase_GetVariableByPath(CDatabase *database, char const *path, CVa
     if (database == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
-    if (CHashTable_Count(&database->pathHashTable) == 0) {
+    void *value = nullptr;
+    const bool isAsked = path != nullptr && ppVariable != nullptr;
+    const bool isFound = isAsked && !af::isError(CHashTable_Get(&database->pathHashTable, path, &value));
+    // An empty table is told before wrong arguments, but need not be asked where the path was found.
+    if (!isFound && CHashTable_Count(&database->pathHashTable) == 0) {
         return eAF_E_VARIABLE_HASH_TABLE_EMPTY;
     }
-    if (path == nullptr || ppVariable == nullptr) {
+    if (!isAsked) {
         return eAF_E_INVALID_ARGUMENT;
     }
-    void *value = nullptr;
-    if (af::isError(CHashTable_Get(&database->pathHashTable, path, &value))) {
+    if (!isFound) {
         AF_TRACE(eAF_DEBUG2, "eAF_E_UNKNOWN_VARIABLE, path: %s", path);
         *ppVariable = nullptr;
         return eAF_E_UNKNOWN_VARIABLE;

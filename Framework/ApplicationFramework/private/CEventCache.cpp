@@ -2,6 +2,7 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -39,15 +40,16 @@ SEventCacheEntry loadWhole(SEventCacheEntry &slot) {
 }
 
 bool findKey(const CEventCache &cache, std::uint32_t key, std::uint32_t &value) {
-    const std::uint32_t count = cache.entries != nullptr ? af::loadAcquire(cache.count) : 0;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        // The key alone costs less to read; only a match is read again as one with its value.
-        if (__atomic_load_n(&cache.entries[i].key, __ATOMIC_RELAXED) == key) {
-            const SEventCacheEntry entry = loadWhole(cache.entries[i]);
-            if (entry.key == key) {
-                value = entry.value;
-                return true;
-            }
+    SEventCacheEntry *const entries = cache.entries;
+    SEventCacheEntry *const end = entries != nullptr ? entries + af::loadAcquire(cache.count) : nullptr;
+    // The key alone costs less to read; only a match is read again as one with its value.
+    const auto hasKey = [key](SEventCacheEntry &slot) { return __atomic_load_n(&slot.key, __ATOMIC_RELAXED) == key; };
+    // One that was overwritten between the two readings is passed as any other.
+    for (SEventCacheEntry *slot = entries; (slot = std::find_if(slot, end, hasKey)) != end;) {
+        const SEventCacheEntry entry = loadWhole(*slot);
+        if (entry.key == key) {
+            value = entry.value;
+            return true;
         }
     }
     return false;

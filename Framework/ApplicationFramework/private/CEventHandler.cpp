@@ -269,26 +269,16 @@ EAFResult CEventHandler_AddListener(SListenerCallback *callback, const uint32_t 
 
 namespace {
 
-/// What a firing sends to each listener.
-struct Firing {
-    std::uint32_t eventId;
-    void *data;
-    const void *copiedData;
-    bool isCopied;
-    std::uint32_t size;
-    unsigned int priority;
-};
-
 /// @return false when the copy could not be made or the queue did not take it.
-bool sendCopy(mqd_t queue, const Firing &firing) {
-    char *copy = new (std::nothrow) char[firing.size];
+bool sendCopy(mqd_t queue, std::uint32_t eventId, const void *data, std::uint32_t size, unsigned int priority) {
+    char *copy = new (std::nothrow) char[size];
     if (copy == nullptr) {
         return false;
     }
-    if (firing.size != 0) {
-        std::memcpy(copy, firing.copiedData, firing.size);
+    if (size != 0) {
+        std::memcpy(copy, data, size);
     }
-    if (af::sendMessage(queue, af::makeMessage(firing.eventId, copy, 1), firing.priority)) {
+    if (af::sendMessage(queue, af::makeMessage(eventId, copy, 1), priority)) {
         return true;
     }
     delete[] copy;
@@ -310,52 +300,68 @@ EAFResult sendToListeners(const EventRegistry &registry, std::uint32_t eventInde
     return result;
 }
 
-EAFResult fire(const Firing &firing) {
+/// Looks a fired event up, in the cache first.
+EAFResult findFired(EventRegistry *registry, std::uint32_t eventId, std::uint32_t &index) {
+    if (registry != nullptr && CEventCache_IsHit(&registry->cache, eventId, &index) != 0) {
+        return eAF_S_OK;
+    }
+    if (!af::isError(findEventIndex(registry, eventId, index, true))) {
+        return eAF_S_OK;
+    }
+    AF_TRACE_AS(fireLabel, eAF_E_UNKNOWN_EVENT, "Could not find event index for event id %d",
+                static_cast<std::int32_t>(eventId));
+    return eAF_E_UNKNOWN_EVENT;
+}
+
+EAFResult fire(std::uint32_t eventId, void *data, unsigned int priority) {
     const RegistryPin registry;
     std::uint32_t index = 0;
-    if (!registry || CEventCache_IsHit(&registry->cache, firing.eventId, &index) == 0) {
-        if (af::isError(findEventIndex(registry.get(), firing.eventId, index, true))) {
-            AF_TRACE_AS(fireLabel, eAF_E_UNKNOWN_EVENT, "Could not find event index for event id %d",
-                        static_cast<std::int32_t>(firing.eventId));
-            return eAF_E_UNKNOWN_EVENT;
-        }
+    if (af::isError(findFired(registry.get(), eventId, index))) {
+        return eAF_E_UNKNOWN_EVENT;
     }
-    if (!firing.isCopied) {
-        const SEventDataMessage message = af::makeMessage(firing.eventId, firing.data, 0);
-        return sendToListeners(*registry.get(), index,
-                               [&](mqd_t queue) { return af::sendMessage(queue, message, firing.priority); });
+    const SEventDataMessage message = af::makeMessage(eventId, data, 0);
+    return sendToListeners(*registry.get(), index,
+                           [&](mqd_t queue) { return af::sendMessage(queue, message, priority); });
+}
+
+EAFResult fireCopies(std::uint32_t eventId, const void *data, std::uint32_t size, unsigned int priority) {
+    const RegistryPin registry;
+    std::uint32_t index = 0;
+    if (af::isError(findFired(registry.get(), eventId, index))) {
+        return eAF_E_UNKNOWN_EVENT;
     }
-    if (firing.copiedData == nullptr && firing.size != 0) {
+    if (data == nullptr && size != 0) {
         return af::loadAcquire(registry->eventListeners[index].noOfListeners) == 0 ? eAF_S_OK : eAF_E_INVALID_ARGUMENT;
     }
-    return sendToListeners(*registry.get(), index, [&](mqd_t queue) { return sendCopy(queue, firing); });
+    return sendToListeners(*registry.get(), index,
+                           [&](mqd_t queue) { return sendCopy(queue, eventId, data, size, priority); });
 }
 
 } // namespace
 
 EAFResult CEventHandler_FireEvent(uint32_t eventId) {
-    return fire({eventId, nullptr, nullptr, false, 0, af::normalPriority});
+    return fire(eventId, nullptr, af::normalPriority);
 }
 
 EAFResult CEventHandler_FireEventWithData(uint32_t eventId, void *data) {
-    return fire({eventId, data, nullptr, false, 0, af::normalPriority});
+    return fire(eventId, data, af::normalPriority);
 }
 
 EAFResult CEventHandler_FireEventWithCopiedData(uint32_t eventId, const void *data, uint32_t size) {
-    const unsigned int priority = eventId == alwaysUrgentCopiedEvent ? af::urgentPriority : af::normalPriority;
-    return fire({eventId, nullptr, data, true, size, priority});
+    return fireCopies(eventId, data, size,
+                      eventId == alwaysUrgentCopiedEvent ? af::urgentPriority : af::normalPriority);
 }
 
 EAFResult CEventHandler_FireUrgentEvent(uint32_t eventId) {
-    return fire({eventId, nullptr, nullptr, false, 0, af::urgentPriority});
+    return fire(eventId, nullptr, af::urgentPriority);
 }
 
 EAFResult CEventHandler_FireUrgentEventWithData(uint32_t eventId, void *data) {
-    return fire({eventId, data, nullptr, false, 0, af::urgentPriority});
+    return fire(eventId, data, af::urgentPriority);
 }
 
 EAFResult CEventHandler_FireUrgentEventWithCopiedData(uint32_t eventId, const void *data, uint32_t size) {
-    return fire({eventId, nullptr, data, true, size, af::urgentPriority});
+    return fireCopies(eventId, data, size, af::urgentPriority);
 }
 
 EAFResult CEventHandler_FireEventFromMessageInternal(SEventDataMessage *message) {

@@ -28,12 +28,10 @@ struct EmptyAtExit {
 
 template <class Records>
 typename Records::value_type *find(Records &records, std::uint32_t id) {
-    for (auto &record : records) {
-        if (record.id == id) {
-            return &record;
-        }
-    }
-    return nullptr;
+    // Not a loop of its own: the standard library looks at several records a turn, and a run is mostly this.
+    const auto found =
+        std::find_if(records.begin(), records.end(), [id](const auto &record) { return record.id == id; });
+    return found != records.end() ? &*found : nullptr;
 }
 
 /// The step that all four registrations share; each adds its own traces.
@@ -77,7 +75,6 @@ void CModuleManager_c::empty() {
     batches.clear();
     groups.clear();
     modules = std::vector<SModuleDescriptor>();
-    ++moduleChanges;
     ++timesEmptied;
 }
 
@@ -316,6 +313,29 @@ EAFResult call(const SModuleCallback *callback, std::uint32_t phaseId, ECallback
     return callback->function(callback->context, phaseId, priority);
 }
 
+/// The modules of a phase's callbacks, one search after the other. Callbacks mostly come in the order of their modules:
+/// each search begins where the last one ended, and goes around. Only a place, right or wrong: the ids decide.
+class ModuleSearch {
+public:
+    SModuleDescriptor *find(std::uint32_t id) {
+        std::vector<SModuleDescriptor> &modules = registry.modules;
+        const auto hasId = [id](const SModuleDescriptor &module) { return module.id == id; };
+        const auto start = modules.begin() + static_cast<std::ptrdiff_t>(std::min(m_place, modules.size()));
+        auto found = std::find_if(start, modules.end(), hasId);
+        if (found == modules.end()) {
+            found = std::find_if(modules.begin(), start, hasId);
+            if (found == start) {
+                return nullptr;
+            }
+        }
+        m_place = static_cast<std::size_t>(found - modules.begin());
+        return &*found;
+    }
+
+private:
+    std::size_t m_place = 0;
+};
+
 /// One descriptor whose turn has come. Names and records are asked for anew when the callback changed the
 /// registry under the run.
 /// @return whether the callback succeeded.
@@ -359,13 +379,14 @@ bool runPhase(std::uint32_t phaseId, std::uint32_t channel, bool stopAtFirstFail
     }
     AF_TRACE_AS(runnerLabel, eAF_DEBUG, "PHASE: %s", phase->name.c_str());
     const std::uint32_t emptiedBefore = registry.timesEmptied;
+    ModuleSearch modules;
     bool succeeded = true;
     for (std::uint32_t priority = HIGHEST; priority <= LOWEST; ++priority) {
         // By index: a callback that registers or unregisters may move the descriptors.
         for (std::size_t i = 0; i < phase->callbacks.size(); ++i) {
             const SCallbackDescriptor &descriptor = phase->callbacks[i];
             // The module is looked up before the priority is judged, so every pass reports a missing one.
-            SModuleDescriptor *module = find(registry.modules, descriptor.moduleId);
+            SModuleDescriptor *module = modules.find(descriptor.moduleId);
             if (module == nullptr) {
                 AF_TRACE_AS(runnerLabel, eAF_E_UNKNOWN_MODULE, "Module with id %lu not found",
                             static_cast<unsigned long>(descriptor.moduleId));

@@ -1,5 +1,8 @@
 #include "CStorageObject.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -21,19 +24,48 @@ struct Destruction {
 };
 thread_local const Destruction *innermostDestruction = nullptr;
 
-/// The list's element when its name is exactly the key.
+/// A name that is looked for. Names of one object are mostly alike but for their ends, so an end of eight bytes, with
+/// the terminator, is compared before the whole; a shorter name with that is compared.
+class WantedName {
+public:
+    explicit WantedName(const char *text) : m_text(text) {
+        const std::size_t size = std::strlen(text) + 1;
+        if (size > sizeof CVariable::name) {
+            return; // nobody's: no end to look at
+        }
+        const std::size_t length = std::min(size, sizeof m_end);
+        m_place = size - length;
+        std::memcpy(&m_end, text + m_place, length);
+        std::memset(&m_mask, 0xff, length);
+    }
+
+    bool isOf(const CVariable &variable) const {
+        std::uint64_t end = 0;
+        std::memcpy(&end, variable.name + m_place, sizeof end);
+        return (end & m_mask) == m_end && variable.name[0] != '\0' && std::strcmp(variable.name, m_text) == 0;
+    }
+
+private:
+    const char *m_text;
+    std::size_t m_place = 0;
+    std::uint64_t m_end = 0;
+    std::uint64_t m_mask = 0;
+};
+
+/// Whether the list's element has the name that is the key. The name is read where it lies: a look-up by name does this
+/// for every variable.
 extern "C" uint32_t variableMatcher(const void *element, const void *key) {
-    const char *name = nullptr;
-    // The getter takes no const. NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast)
-    auto *variable = static_cast<CVariable *>(const_cast<void *>(element));
-    if (af::isError(CVariable_GetName(variable, &name))) {
+    if (element == nullptr) {
+        const char *none = nullptr;
+        CVariable_GetName(nullptr, &none); // which says so
         return 0;
     }
-    return std::strcmp(name, static_cast<const char *>(key)) == 0 ? 1 : 0;
+    return static_cast<const WantedName *>(key)->isOf(*static_cast<const CVariable *>(element)) ? 1 : 0;
 }
 
 bool isTaken(CStorageObject *object, const char *name) {
-    return CList_Find(&object->variables, name, variableMatcher, nullptr) != 0;
+    const WantedName wanted(name);
+    return CList_Find(&object->variables, &wanted, variableMatcher, nullptr) != 0;
 }
 
 /// @return a zeroed record, or null.
@@ -224,8 +256,9 @@ uint32_t CStorageObject_GetVariableByName(CStorageObject *object, const char *na
         return 0;
     }
     *ppVariable = nullptr;
+    const WantedName wanted(name);
     void *element = nullptr;
-    if (CList_FindAndRetrieve(&object->variables, name, variableMatcher, &element) == 0) {
+    if (CList_FindAndRetrieve(&object->variables, &wanted, variableMatcher, &element) == 0) {
         return 0;
     }
     *ppVariable = static_cast<CVariable *>(element);

@@ -1,7 +1,6 @@
 #include "CVariable.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -200,7 +199,7 @@ EAFResult CVariable_SetPath(CVariable *variable, const char *a, const char *b, c
     if (variable == nullptr || a == nullptr || b == nullptr || c == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
-    std::snprintf(variable->path, sizeof variable->path, "%s/%s/%s", a, b, c);
+    af::joinBounded(variable->path, a, b, c);
     return eAF_S_OK;
 }
 

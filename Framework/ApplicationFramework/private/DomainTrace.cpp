@@ -5,11 +5,8 @@
 
 #include "AfResult.h"
 
-void af::logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
-               const EAFResult *result) {
-    if (isGone || !trace.isEnabled(level)) {
-        return;
-    }
+void af::composeAndLog(VoxTrace &trace, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
+                       const EAFResult *result) {
     try {
         // Not a stream: the library would need none of the standard library's otherwise, and they are large.
         std::string message = text;

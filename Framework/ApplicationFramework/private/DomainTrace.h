@@ -13,11 +13,19 @@ struct TraceEnd {
     ~TraceEnd() { isGone = true; }
 };
 
-/// Logs a text, with the name of a result behind it where there is one. The message is composed only when its level is
-/// enabled. One that finds no memory is lost rather than thrown: logs are written from constructors, destructors and
-/// flat functions.
-void logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
-           const EAFResult *result = nullptr);
+/// Composes a message whose level is enabled and logs it. One that finds no memory is lost rather than thrown: logs are
+/// written from constructors, destructors and flat functions.
+void composeAndLog(VoxTrace &trace, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
+                   const EAFResult *result);
+
+/// Logs a text, with the name of a result behind it where there is one. What is asked of each look-up, whether the
+/// level is enabled, is asked in its place.
+inline void logTo(VoxTrace &trace, bool isGone, VoxTraceLevel level, const VoxTraceHeader &header, const char *text,
+                  const EAFResult *result = nullptr) {
+    if (!isGone && trace.isEnabled(level)) {
+        composeAndLog(trace, level, header, text, result);
+    }
+}
 
 /// Logs the path or name that a storage access asks for; nothing of a null one.
 inline void logAccess(VoxTrace &trace, bool isGone, const VoxTraceHeader &header, const char *requested) {

@@ -46,16 +46,6 @@ mqd_t af::openEventQueue(const char *name, mode_t mode) {
     return mq_open(name, O_RDWR | O_CREAT, mode, &attributes);
 }
 
-SEventDataMessage af::makeMessage(std::uint32_t eventId, void *data, std::uint32_t isCopied) {
-    SEventDataMessage message;
-    // Padding travels too: other processes read the queue.
-    std::memset(&message, 0, sizeof message);
-    message.eventId = eventId;
-    message.pData = data;
-    message.isCopied = isCopied;
-    return message;
-}
-
 SEventDataMessage af::makeAddressMessage(const SEventDataMessage *message) {
     SEventDataMessage addressMessage;
     std::memset(&addressMessage, 0, sizeof addressMessage);
@@ -84,7 +74,10 @@ bool af::discardMessage(mqd_t queue) {
     if (received < 0 && errno == EMSGSIZE && mq_getattr(queue, &attributes) == 0) {
         const auto size = static_cast<std::size_t>(attributes.mq_msgsize);
         const std::unique_ptr<char[]> larger(new (std::nothrow) char[size]);
-        received = larger != nullptr ? mq_timedreceive(queue, larger.get(), size, nullptr, &alreadyPast) : -1;
+        if (larger == nullptr) {
+            return true; // it stays, and its sender may wait: memory may be there when it is asked for again
+        }
+        received = mq_timedreceive(queue, larger.get(), size, nullptr, &alreadyPast);
     }
     tellReceive(queue);
     return received >= 0;

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <cstring>
 
 #include "CEventTask.h"
 
@@ -20,7 +21,15 @@ constexpr unsigned int urgentPriority = 32767;
 mqd_t openEventQueue(const char *name, mode_t mode);
 
 /// A message whose unused bytes are zero.
-SEventDataMessage makeMessage(std::uint32_t eventId, void *data, std::uint32_t isCopied);
+inline SEventDataMessage makeMessage(std::uint32_t eventId, void *data, std::uint32_t isCopied) {
+    SEventDataMessage message;
+    // Padding travels too: other processes read the queue.
+    std::memset(&message, 0, sizeof message);
+    message.eventId = eventId;
+    message.pData = data;
+    message.isCopied = isCopied;
+    return message;
+}
 
 /// The message that carries the address of another one and nothing else.
 SEventDataMessage makeAddressMessage(const SEventDataMessage *message);
@@ -32,7 +41,8 @@ bool sendMessage(mqd_t queue, const SEventDataMessage &message, unsigned int pri
 /// @return as mq_receive.
 ssize_t receiveMessage(mqd_t queue, SEventDataMessage &message);
 
-/// Removes one message, also one of a queue of larger messages, which another program made; never waits.
+/// Removes one message, also one of a queue of larger messages, which another program made; never waits. One that is
+/// too large for the memory that is left stays.
 /// @return whether there was one.
 bool discardMessage(mqd_t queue);
 

@@ -56,7 +56,7 @@ public:
     std::list<SPhaseDescriptor> phases;
     SResetProvider *resetProvider = nullptr;
 
-    /// Counts what could move or remove a module record, so that a run notices it after a callback.
+    /// Counts what could move or remove one module's record, so that a run notices it after a callback.
     std::uint32_t moduleChanges = 0;
     /// Counts how often everything was freed: a run that sees it change has lost all of its records.
     std::uint32_t timesEmptied = 0;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "StoredValue.h"
+#include "ValueView.h"
 
 namespace storage {
 
@@ -28,15 +29,31 @@ enum class StoreState {
     damaged
 };
 
-struct UnpackedStore {
+/// What the checks of a store's bytes find.
+struct StoreCheck {
     StoreState state = StoreState::damaged;
     std::string why; ///< It is not whole.
     std::uint64_t generation = 0;
     std::uint32_t sum = 0; ///< The checksum of the whole.
-    StoredValues values;   ///< In this machine's byte order, whatever the file's.
+    std::uint32_t noOfRecords = 0;
+    bool isSwapped = false; ///< Written in the other byte order.
 };
 
 /// Trusts nothing: no size in the bytes is used before it is held against what is there.
+StoreCheck checkStore(const Bytes &bytes);
+
+/// @return what the check finds of bytes that were packed here: that they are whole, and the numbers they tell.
+StoreCheck describePacked(const Bytes &bytes);
+
+/// @param check   found the bytes whole.
+/// @param values  receives those in this machine's byte order, in the order of the records.
+void readValues(const Bytes &bytes, const StoreCheck &check, ValueSink &values);
+
+struct UnpackedStore : StoreCheck {
+    StoredValues values;
+};
+
+/// The check, and the values of what is whole.
 UnpackedStore unpackStore(const Bytes &bytes);
 
 } // namespace storage

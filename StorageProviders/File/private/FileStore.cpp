@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <unordered_map>
 #include <utility>
 
 #include "PlainFile.h"
+#include "RecordMerge.h"
 #include "VariableType.h"
 
 namespace storage {
@@ -61,44 +61,31 @@ std::string resolvedName(const std::string &file) {
     return resolved.empty() ? "/" : resolved;
 }
 
-namespace {
-
-/// @return whether anything differs.
-bool merge(const StoredValues &values, StoredValues &stored) {
-    std::unordered_map<std::string, std::size_t> places;
-    for (std::size_t i = 0; i < stored.size(); ++i) {
-        places.emplace(stored[i].path, i);
-    }
-    bool isChanged = false;
-    for (const StoredValue &value : values) {
-        const auto [place, isNew] = places.emplace(value.path, stored.size());
-        if (isNew) {
-            stored.push_back(value);
-            isChanged = true;
-        } else if (!(stored[place->second] == value)) {
-            stored[place->second] = value;
-            isChanged = true;
-        }
-    }
-    return isChanged;
-}
-
-} // namespace
+/// What a file held, and what the checks said of it.
+struct FileStore::Image {
+    Bytes bytes;
+    StoreCheck check;
+};
 
 /// One of the two files, as it was found.
 struct FileStore::Generation {
     std::string file;
     bool isThere = false;
     bool isUnreadable = false; ///< The disk does not give it back; its state is damaged then.
-    UnpackedStore store{};
+    StoreCheck check{};
+    std::shared_ptr<const Image> image{}; ///< It is whole.
 
-    bool is(StoreState state) const { return isThere && store.state == state; }
+    bool is(StoreState state) const { return isThere && check.state == state; }
 };
 
 struct FileStore::Choice {
-    UnpackedStore newest{};
-    bool isLast = false;       ///< It is the newest file's, not the one's before it.
-    bool isObstructed = false; ///< What does not hold could not be set aside.
+    std::shared_ptr<const Image> newest{}; ///< Null when there is none.
+    bool isLast = false;                   ///< It is the newest file's, not the one's before it.
+    bool isObstructed = false;             ///< What does not hold could not be set aside.
+
+    GenerationId id() const {
+        return newest == nullptr ? GenerationId{} : GenerationId{newest->check.generation, newest->check.sum};
+    }
 };
 
 FileStore::FileStore(const std::string &file)
@@ -136,7 +123,7 @@ EAFResult FileStore::open(Access access, Report &report) {
     Choice choice;
     const EAFResult chosen = choose(choice, Care::both, report);
     m_isOpen = chosen == eAF_S_OK;
-    m_known = {choice.newest.generation, choice.newest.sum};
+    m_known = choice.id();
     return chosen;
 }
 
@@ -183,23 +170,37 @@ EAFResult FileStore::load(Generation &generation, Report &report) const {
     generation.isThere = true;
     if (isLostOnDisk(error)) {
         generation.isUnreadable = true;
-        generation.store.why = std::string("reading it fails: ") + std::strerror(error);
+        generation.check.why = std::string("reading it fails: ") + std::strerror(error);
         return eAF_S_OK;
     }
     if (error == notAFile) {
-        generation.store.state = StoreState::notAStore;
-        generation.store.why = "it is no plain file";
+        generation.check.state = StoreState::notAStore;
+        generation.check.why = "it is no plain file";
         return eAF_S_OK;
     }
     if (error != 0 && error != tooLarge) {
         const EAFResult code = failed("reading the store " + generation.file, error, report);
         return code == eAF_E_WRONG_ACCESS ? eAF_E_INITIALIZATION_ERROR : code;
     }
-    generation.store = unpackStore(bytes);
-    if (error == tooLarge && generation.store.state == StoreState::damaged) {
-        generation.store.why = "it is larger than any store";
+    const std::shared_ptr<const Image> image = imageOf(std::move(bytes));
+    generation.check = image->check;
+    if (generation.check.state == StoreState::whole) {
+        generation.image = image;
+    } else if (error == tooLarge && generation.check.state == StoreState::damaged) {
+        generation.check.why = "it is larger than any store";
     }
     return eAF_S_OK;
+}
+
+/// The checks cost more than a look at what they would find again.
+std::shared_ptr<const FileStore::Image> FileStore::imageOf(Bytes &&bytes) const {
+    for (const std::shared_ptr<const Image> &image : m_images) {
+        if (image != nullptr && image->bytes == bytes) {
+            return image;
+        }
+    }
+    const StoreCheck check = checkStore(bytes);
+    return std::make_shared<const Image>(Image{std::move(bytes), check});
 }
 
 /// Refuses what is somebody else's, and what must not be taken for empty.
@@ -207,7 +208,7 @@ EAFResult FileStore::refuse(const Generation &last, const Generation &before, Re
     for (const Generation *generation : {&last, &before}) {
         if (generation->is(StoreState::newer)) {
             report.add(Severity::error,
-                       generation->file + " is left alone: " + generation->store.why + "; use a library that knows it");
+                       generation->file + " is left alone: " + generation->check.why + "; use a library that knows it");
             return eAF_E_INVALID_ARGUMENT;
         }
     }
@@ -216,13 +217,13 @@ EAFResult FileStore::refuse(const Generation &last, const Generation &before, Re
     if (isLastForeign && isBeforeForeign && (last.isThere || before.isThere)) {
         const Generation &foreign = last.isThere ? last : before;
         report.add(Severity::error,
-                   foreign.file + " is no store (" + foreign.store.why + "): it is left alone, name another file");
+                   foreign.file + " is no store (" + foreign.check.why + "): it is left alone, name another file");
         return eAF_E_INVALID_ARGUMENT;
     }
     const bool isAnyWhole = last.is(StoreState::whole) || before.is(StoreState::whole);
     if ((last.isUnreadable || before.isUnreadable) && !isAnyWhole) {
         const Generation &unreadable = last.isUnreadable ? last : before;
-        report.add(Severity::error, "the store " + unreadable.file + " can not be read (" + unreadable.store.why +
+        report.add(Severity::error, "the store " + unreadable.file + " can not be read (" + unreadable.check.why +
                                         ") and there is no whole one beside it: " + adviceFor(EIO));
         return eAF_E_FAILED;
     }
@@ -245,7 +246,7 @@ EAFResult FileStore::choose(Choice &choice, Care care, Report &report) {
     }
     const bool isAnyWhole = last.is(StoreState::whole) || before.is(StoreState::whole);
     for (const Generation *generation : {&last, &before}) {
-        if (generation->isThere && generation->store.state != StoreState::whole) {
+        if (generation->isThere && generation->check.state != StoreState::whole) {
             const EAFResult aside = setAside(*generation, isAnyWhole ? Severity::warning : Severity::error, report);
             if (aside != eAF_S_OK && !isAnyWhole) {
                 return aside;
@@ -256,24 +257,22 @@ EAFResult FileStore::choose(Choice &choice, Care care, Report &report) {
     choice.isLast = last.is(StoreState::whole);
     const bool wasOnBefore = std::exchange(m_isOnBefore, isAnyWhole && !choice.isLast);
     if (isAnyWhole) {
-        choice.newest = std::move(choice.isLast ? last.store : before.store);
+        choice.newest = choice.isLast ? last.image : before.image;
         if (m_isOnBefore && !wasOnBefore) {
             report.add(Severity::warning, "the generation before, " + m_before + ", is taken, because " + m_name +
-                                              (last.isThere ? " is damaged: " + last.store.why : " is missing"));
+                                              (last.isThere ? " is damaged: " + last.check.why : " is missing"));
         }
-    } else {
-        choice.newest.state = StoreState::whole;
-        if (last.isThere || before.isThere) {
-            report.add(Severity::warning,
-                       "no generation of the store " + m_name + " is whole: the start goes on with defaults");
-        }
+    } else if (last.isThere || before.isThere) {
+        report.add(Severity::warning,
+                   "no generation of the store " + m_name + " is whole: the start goes on with defaults");
     }
+    m_images = {last.image, before.image != nullptr ? before.image : m_images[1]};
     return eAF_S_OK;
 }
 
 /// @param severity  of leaving it where it is, when nothing may be written.
 EAFResult FileStore::setAside(const Generation &generation, Severity severity, Report &report) const {
-    const std::string damaged = "the store " + generation.file + " is damaged (" + generation.store.why + "): ";
+    const std::string damaged = "the store " + generation.file + " is damaged (" + generation.check.why + "): ";
     if (m_isReadOnly) {
         report.add(severity, damaged + "its host sets it aside when it starts and can write it");
         return eAF_E_FAILED;
@@ -290,25 +289,27 @@ EAFResult FileStore::setAside(const Generation &generation, Severity severity, R
     return eAF_S_OK;
 }
 
-EAFResult FileStore::read(StoredValues &values, Report &report) {
+EAFResult FileStore::read(ValueSink &values, Report &report) {
     values.clear();
     if (!m_isOpen) {
         return eAF_E_NOT_INITIALIZED;
     }
     Choice choice;
     const EAFResult chosen = choose(choice, Care::asNeeded, report);
-    values = std::move(choice.newest.values);
-    m_known = {choice.newest.generation, choice.newest.sum};
+    if (choice.newest != nullptr) {
+        readValues(choice.newest->bytes, choice.newest->check, values);
+    }
+    m_known = choice.id();
     m_isStale = false;
     return chosen;
 }
 
 /// What is written must be whole to the next reader.
-EAFResult FileStore::checkValues(const StoredValues &values, Report &report) const {
-    for (const StoredValue &value : values) {
-        if (!isPlain(value.type) || value.content.size() != contentSize(value.type, value.noOfElements)) {
-            report.add(Severity::error, "the value " + value.path + " is not stored in " + m_name + ": " +
-                                            std::to_string(value.content.size()) + " bytes are no content of type " +
+EAFResult FileStore::checkValues(const ValueViews &values, Report &report) const {
+    for (const ValueView &value : values) {
+        if (!isPlain(value.type) || value.size != contentSize(value.type, value.noOfElements)) {
+            report.add(Severity::error, "the value " + std::string(value.path) + " is not stored in " + m_name + ": " +
+                                            std::to_string(value.size) + " bytes are no content of type " +
                                             std::to_string(value.type) + " with " + std::to_string(value.noOfElements) +
                                             " elements");
             return eAF_E_INVALID_ARGUMENT;
@@ -317,7 +318,7 @@ EAFResult FileStore::checkValues(const StoredValues &values, Report &report) con
     return eAF_S_OK;
 }
 
-EAFResult FileStore::write(const StoredValues &values, Report &report) {
+EAFResult FileStore::writeViews(const ValueViews &values, Report &report) {
     if (!m_isOpen) {
         return eAF_E_NOT_INITIALIZED;
     }
@@ -344,7 +345,7 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
     if (chosen != eAF_S_OK || choice.isObstructed) {
         return chosen != eAF_S_OK ? chosen : eAF_E_FAILED; // which setting aside has said
     }
-    if (choice.newest.generation != m_known.number || choice.newest.sum != m_known.sum) {
+    if (choice.id().number != m_known.number || choice.id().sum != m_known.sum) {
         if (!isThere(m_folder + "/.")) {
             return failed("storing in " + m_name, ENOENT, report);
         }
@@ -354,25 +355,37 @@ EAFResult FileStore::write(const StoredValues &values, Report &report) {
                                           "all values are stored and not the changed ones alone");
         return eAF_E_FAILED;
     }
-    StoredValues &stored = choice.newest.values;
-    if (!merge(values, stored)) {
+    return writeMerged(values, choice, report);
+}
+
+/// @param last  the generation that the values change.
+EAFResult FileStore::writeMerged(const ValueViews &values, const Choice &last, Report &report) {
+    const Bytes none;
+    Bytes repacked;
+    if (last.newest != nullptr && last.newest->check.isSwapped) {
+        repacked = packStore(unpackStore(last.newest->bytes).values, last.id().number);
+    }
+    const Bytes &base = !repacked.empty() ? repacked : last.newest != nullptr ? last.newest->bytes : none;
+    const RecordMerge merge(base, values);
+    if (!merge.isChanged()) {
         return eAF_S_OK;
     }
-    if (packedSize(stored) > largestStore) {
-        report.add(Severity::error, "the values of " + m_name + " would take " + std::to_string(packedSize(stored)) +
+    if (merge.size() > largestStore) {
+        report.add(Severity::error, "the values of " + m_name + " would take " + std::to_string(merge.size()) +
                                         " bytes, at most " + std::to_string(largestStore) +
                                         " can be kept: store less in this location");
         return eAF_E_FAILED;
     }
-    const std::string &predecessor = choice.isLast ? m_name : m_before;
-    const Bytes bytes = packStore(stored, choice.newest.generation + 1);
-    EAFResult written = writeNew(bytes, predecessor, report);
+    auto next = std::make_shared<Image>();
+    next->bytes = merge.pack(last.id().number + 1);
+    next->check = describePacked(next->bytes);
+    EAFResult written = writeNew(next->bytes, last.isLast ? m_name : m_before, report);
     if (written == eAF_S_OK) {
-        written = putInPlace(choice.isLast, report);
+        written = putInPlace(last.isLast, report);
     }
     if (written == eAF_S_OK) {
-        m_known.number = choice.newest.generation + 1;
-        std::memcpy(&m_known.sum, bytes.data() + bytes.size() - sizeof m_known.sum, sizeof m_known.sum);
+        m_known = {next->check.generation, next->check.sum};
+        m_images = {std::move(next), last.newest};
     }
     return written;
 }

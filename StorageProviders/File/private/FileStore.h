@@ -2,7 +2,9 @@
 /// The values of one location in a plain file with the generation before it beside it; README.md tells the format.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "FileFormat.h"
@@ -20,14 +22,16 @@ public:
     explicit FileStore(const std::string &file);
 
     EAFResult open(Access access, Report &report) override;
-    EAFResult read(StoredValues &values, Report &report) override;
+    using VariableStore::read;
+    EAFResult read(ValueSink &values, Report &report) override;
     /// @retval eAF_E_FAILED  also: the newest generation is not the one that was read or written last. A part of the
     ///                       values makes no store: read again, and write what is missing too.
-    EAFResult write(const StoredValues &values, Report &report) override;
+    EAFResult writeViews(const ValueViews &values, Report &report) override;
     bool isStale() const override { return m_isStale; }
     const std::string &name() const override { return m_name; }
 
 private:
+    struct Image;
     struct Generation;
     struct Choice;
     /// None has the number 0.
@@ -42,10 +46,12 @@ private:
 
     EAFResult prepareWriting(Report &report);
     EAFResult load(Generation &generation, Report &report) const;
+    std::shared_ptr<const Image> imageOf(Bytes &&bytes) const;
     EAFResult choose(Choice &choice, Care care, Report &report);
     EAFResult refuse(const Generation &last, const Generation &before, Report &report) const;
     EAFResult setAside(const Generation &generation, Severity severity, Report &report) const;
-    EAFResult checkValues(const StoredValues &values, Report &report) const;
+    EAFResult checkValues(const ValueViews &values, Report &report) const;
+    EAFResult writeMerged(const ValueViews &values, const Choice &last, Report &report);
     EAFResult writeNew(const Bytes &bytes, const std::string &predecessor, Report &report) const;
     EAFResult putInPlace(bool isReplacing, Report &report) const;
     int keepLast(int folder, bool &isKept) const;
@@ -60,7 +66,9 @@ private:
     bool m_isOpen = false;
     bool m_isReadOnly = true;
     bool m_isStale = false;
-    GenerationId m_known;      ///< That was read or written last.
+    GenerationId m_known; ///< That was read or written last.
+    /// Whole generations as they were found or made last. A file that is one of them, byte for byte, is whole too.
+    std::array<std::shared_ptr<const Image>, 2> m_images;
     bool m_isOnBefore = false; ///< It has been said that the generation before serves.
 };
 

@@ -106,14 +106,14 @@ bool parseElements(std::string_view text, StoredValue &value, std::string &misfi
 
 } // namespace
 
-void appendArray(std::string &text, const StoredValue &value) {
+void appendArray(std::string &text, const ValueView &value) {
     withElementOf(value.type, [&](auto number) {
         text += '[';
-        for (std::size_t i = 0; i < value.content.size(); i += sizeof(number)) {
+        for (std::size_t i = 0; i < value.size; i += sizeof(number)) {
             if (i > 0) {
                 text += ',';
             }
-            appendElement<decltype(number)>(text, value.content.data() + i);
+            appendElement<decltype(number)>(text, value.content + i);
         }
         text += ']';
     });

@@ -166,7 +166,8 @@ EAFResult SqliteFile::create(Report &report) {
 }
 
 Failure SqliteFile::openFile(int flags) {
-    const int code = sqlite3_open_v2(m_path.c_str(), &m_database, flags, nullptr);
+    // Stores belong to one thread at a time: SQLite need not lock the connection in each of its calls.
+    const int code = sqlite3_open_v2(m_path.c_str(), &m_database, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     Failure failure = Failure::of(code, m_database);
     if (code == SQLITE_OK) {
         static_cast<void>(sqlite3_extended_result_codes(m_database, 1));

@@ -20,12 +20,12 @@ using Purpose = SqliteFile::Purpose;
 /// The columns of SELECT id,path,type,count,value.
 class SqliteStore::Row {
 public:
-    explicit Row(const Statement &statement) : m_statement(statement) {}
+    explicit Row(const Statement &statement) : m_statement(statement), m_path(statement.bytes(1)) {}
 
     std::int64_t id() const { return m_statement.integer(0); }
-    std::string path() const { return std::string(m_statement.bytes(1)); }
+    std::string_view path() const { return m_path; }
     /// A path in the other form is never matched by what a store writes.
-    bool isPathAsWritten() const { return isUtf8(m_statement.bytes(1)) == (m_statement.columnType(1) == SQLITE_TEXT); }
+    bool isPathAsWritten() const { return isUtf8(m_path) == (m_statement.columnType(1) == SQLITE_TEXT); }
     std::string_view type() const { return m_statement.bytes(2); }
     std::int64_t count() const { return m_statement.integer(3); }
     bool isCountInteger() const { return m_statement.columnType(3) == SQLITE_INTEGER; }
@@ -33,6 +33,7 @@ public:
 
 private:
     const Statement &m_statement;
+    std::string_view m_path;
 };
 
 SqliteStore::SqliteStore(std::string file, unsigned long locationId)
@@ -51,55 +52,56 @@ EAFResult SqliteStore::open(Access access, Report &report) {
     return result;
 }
 
-EAFResult SqliteStore::read(StoredValues &values, Report &report) {
+EAFResult SqliteStore::read(ValueSink &values, Report &report) {
     values.clear();
     if (m_file == nullptr) {
         report.add(Severity::error, m_name + ": is not open; open it before it is read");
         return eAF_E_INITIALIZATION_ERROR;
     }
-    m_ids.clear();
-    m_hasIds = false;
+    m_rows.clear();
+    m_hasRows = false;
     const EAFResult result = m_file->query([&] { return readRows(values, report); }, report);
     if (result < eAF_E_FAILED) {
-        m_hasIds = true;
+        m_hasRows = true;
         m_generation = m_file->generation();
     }
     return result;
 }
 
-int SqliteStore::readRows(StoredValues &values, Report &report) {
+int SqliteStore::readRows(ValueSink &values, Report &report) {
     Statement rows(m_file->database(), selectRowsSql);
     rows.bindInteger(1, m_locationId);
+    StoredValue value; // its memory serves row after row
     int code = rows.step();
     while (code == SQLITE_ROW) {
         const Row row(rows);
         if (!row.isPathAsWritten()) {
             reportMisfit(row, "has a path that is text though it is no UTF-8, or a blob though it is", report);
-        } else if (!m_ids.emplace(row.path(), row.id()).second) {
+        } else if (!m_rows.add(row.path(), row.id())) {
             reportMisfit(row, "stands twice", report);
-        } else {
-            readRow(row, values, report);
+        } else if (readRow(row, value, report)) {
+            values.add({row.path(), value.type, value.noOfElements, value.content.data(), value.content.size()});
         }
         code = rows.step();
     }
     if (code != SQLITE_DONE) {
         values.clear();
-        m_ids.clear();
+        m_rows.clear();
         return code;
     }
     return SQLITE_OK;
 }
 
-void SqliteStore::readRow(const Row &row, StoredValues &values, Report &report) const {
-    StoredValue value;
+/// @param value  receives all but the path. @return whether it fits.
+bool SqliteStore::readRow(const Row &row, StoredValue &value, Report &report) const {
     if (!typeOfName(row.type(), value.type)) {
         reportMisfit(row, "is of type '" + std::string(row.type().substr(0, 40)) + "', which no store keeps", report);
-        return;
+        return false;
     }
     const std::int64_t count = row.count();
     if (!row.isCountInteger() || count < 0 || count > std::numeric_limits<std::uint32_t>::max()) {
         reportMisfit(row, "has a count that is no number of elements", report);
-        return;
+        return false;
     }
     value.noOfElements = static_cast<std::uint32_t>(count);
     std::string misfit;
@@ -108,19 +110,19 @@ void SqliteStore::readRow(const Row &row, StoredValues &values, Report &report) 
                      "holds " + misfit + ", which does not fit " + std::string(typeName(value.type)) + "[" +
                          std::to_string(count) + "]",
                      report);
-        return;
+        return false;
     }
-    value.path = row.path();
-    values.push_back(std::move(value));
+    return true;
 }
 
 void SqliteStore::reportMisfit(const Row &row, const std::string &problem, Report &report) const {
-    report.add(Severity::warning, m_name + ": " +
-                                      onOneLine(row.path() + " (row " + std::to_string(row.id()) + ") " + problem) +
-                                      "; it counts as not stored: mend the row, or let a store replace it");
+    report.add(Severity::warning,
+               m_name + ": " +
+                   onOneLine(std::string(row.path()) + " (row " + std::to_string(row.id()) + ") " + problem) +
+                   "; it counts as not stored: mend the row, or let a store replace it");
 }
 
-EAFResult SqliteStore::write(const StoredValues &values, Report &report) {
+EAFResult SqliteStore::writeViews(const ValueViews &values, Report &report) {
     if (values.empty()) {
         return eAF_S_OK;
     }
@@ -135,12 +137,12 @@ EAFResult SqliteStore::write(const StoredValues &values, Report &report) {
     return failure.code == SQLITE_OK ? eAF_S_OK : m_file->failed(failure, Purpose::write, report);
 }
 
-EAFResult SqliteStore::checkValues(const StoredValues &values, Report &report) const {
-    for (const StoredValue &value : values) {
-        const bool isWhole = isPlain(value.type) && value.content.size() == contentSize(value.type, value.noOfElements);
-        if (!isWhole || value.content.size() > largestContent) {
-            report.add(Severity::error, m_name + ": " + onOneLine(value.path) + " has " +
-                                            std::to_string(value.content.size()) + " bytes, " +
+EAFResult SqliteStore::checkValues(const ValueViews &values, Report &report) const {
+    for (const ValueView &value : values) {
+        const bool isWhole = isPlain(value.type) && value.size == contentSize(value.type, value.noOfElements);
+        if (!isWhole || value.size > largestContent) {
+            report.add(Severity::error, m_name + ": " + onOneLine(std::string(value.path)) + " has " +
+                                            std::to_string(value.size) + " bytes, " +
                                             (isWhole ? "more than a store keeps of one variable; make it smaller"
                                                      : "which is not the size of its type; register it anew"));
             return eAF_E_FAILED;
@@ -167,16 +169,16 @@ EAFResult SqliteStore::connectToWrite(Report &report) {
     return m_file->database() != nullptr ? connected : m_file->create(report);
 }
 
-Failure SqliteStore::store(const StoredValues &values) {
+Failure SqliteStore::store(const ValueViews &values) {
     // Known again when the new rows are durable.
-    const bool hadIds = std::exchange(m_hasIds, false);
+    const bool hadRows = std::exchange(m_hasRows, false);
     Transaction transaction(*m_file);
     int code = transaction.begin();
     if (code == SQLITE_OK && m_file->isEmpty()) {
         code = execute(m_file->database(), createTableSql);
     }
-    if (code == SQLITE_OK && !hadIds) {
-        code = readIds();
+    if (code == SQLITE_OK && !hadRows) {
+        code = readRowIds();
     }
     if (code == SQLITE_OK) {
         Failure failure = storeRows(values);
@@ -186,33 +188,33 @@ Failure SqliteStore::store(const StoredValues &values) {
         code = transaction.commit();
     }
     if (code == SQLITE_OK) {
-        m_hasIds = true;
+        m_hasRows = true;
         m_file->setFilled();
     }
     return Failure::of(code, m_file->database());
 }
 
-int SqliteStore::readIds() {
-    m_ids.clear();
+int SqliteStore::readRowIds() {
+    m_rows.clear();
     Statement rows(m_file->database(), "SELECT id,path FROM variable NOT INDEXED WHERE location=?1 ORDER BY id");
     rows.bindInteger(1, m_locationId);
     int code = rows.step();
     while (code == SQLITE_ROW) {
-        m_ids.emplace(std::string(rows.bytes(1)), rows.integer(0));
+        m_rows.add(rows.bytes(1), rows.integer(0));
         code = rows.step();
     }
     return code == SQLITE_DONE ? SQLITE_OK : code;
 }
 
-Failure SqliteStore::storeRows(const StoredValues &values) {
+Failure SqliteStore::storeRows(const ValueViews &values) {
     Statement update(m_file->database(), updateRowSql);
     Statement insert(m_file->database(), insertRowSql);
     int code = update.failure() != SQLITE_OK ? update.failure() : insert.failure();
     for (auto value = values.begin(); code == SQLITE_OK && value != values.end(); ++value) {
         bool isUpdated = false;
-        const auto known = m_ids.find(value->path);
-        if (known != m_ids.end()) {
-            code = updateRow(update, known->second, *value, isUpdated);
+        const std::int64_t *const id = m_rows.find(value->path);
+        if (id != nullptr) {
+            code = updateRow(update, *id, *value, isUpdated);
         }
         if (code == SQLITE_OK && !isUpdated) {
             code = insertRow(insert, *value);
@@ -222,7 +224,7 @@ Failure SqliteStore::storeRows(const StoredValues &values) {
     return Failure::of(code, m_file->database());
 }
 
-void SqliteStore::bindRow(Statement &statement, const StoredValue &value, std::string &text) const {
+void SqliteStore::bindRow(Statement &statement, const ValueView &value, std::string &text) const {
     statement.bindInteger(1, m_locationId);
     bindName(statement, 2, value.path);
     statement.bindText(3, typeName(value.type));
@@ -230,7 +232,7 @@ void SqliteStore::bindRow(Statement &statement, const StoredValue &value, std::s
     bindValue(statement, 5, value, text);
 }
 
-int SqliteStore::updateRow(Statement &update, std::int64_t id, const StoredValue &value, bool &isUpdated) const {
+int SqliteStore::updateRow(Statement &update, std::int64_t id, const ValueView &value, bool &isUpdated) const {
     std::string text;
     bindRow(update, value, text);
     update.bindInteger(6, id);
@@ -239,14 +241,14 @@ int SqliteStore::updateRow(Statement &update, std::int64_t id, const StoredValue
     return code;
 }
 
-int SqliteStore::insertRow(Statement &insert, const StoredValue &value) {
+int SqliteStore::insertRow(Statement &insert, const ValueView &value) {
     std::string text;
     bindRow(insert, value, text);
     const int code = insert.step();
     if (code != SQLITE_ROW) {
         return code == SQLITE_DONE ? SQLITE_CONSTRAINT_TRIGGER : code; // only a trigger ignores a row
     }
-    m_ids[value.path] = insert.integer(0);
+    m_rows.set(value.path, insert.integer(0));
     return insert.run();
 }
 

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "KnownRows.h"
 #include "SqliteFile.h"
 #include "VariableStore.h"
 
@@ -24,10 +24,11 @@ public:
     /// the host that holds the lock to do so. Beyond that it changes nothing but the "-wal" and "-shm" files of a
     /// database that somebody put into WAL mode.
     EAFResult open(Access access, Report &report) override;
-    EAFResult read(StoredValues &values, Report &report) override;
+    using VariableStore::read;
+    EAFResult read(ValueSink &values, Report &report) override;
     /// @retval eAF_E_FAILED  also: the file was set aside or went since this location was read. A part of the values
     ///                       makes no store: read again, and write what is missing too.
-    EAFResult write(const StoredValues &values, Report &report) override;
+    EAFResult writeViews(const ValueViews &values, Report &report) override;
     bool isStale() const override { return m_file != nullptr && m_generation != m_file->generation(); }
     const std::string &name() const override { return m_name; }
 
@@ -38,26 +39,25 @@ public:
 private:
     class Row;
 
-    int readRows(StoredValues &values, Report &report);
-    void readRow(const Row &row, StoredValues &values, Report &report) const;
+    int readRows(ValueSink &values, Report &report);
+    bool readRow(const Row &row, StoredValue &value, Report &report) const;
     void reportMisfit(const Row &row, const std::string &problem, Report &report) const;
-    int readIds();
+    int readRowIds();
     EAFResult connectToWrite(Report &report);
-    EAFResult checkValues(const StoredValues &values, Report &report) const;
-    Failure store(const StoredValues &values);
-    Failure storeRows(const StoredValues &values);
-    void bindRow(Statement &statement, const StoredValue &value, std::string &text) const;
-    int updateRow(Statement &update, std::int64_t id, const StoredValue &value, bool &isUpdated) const;
-    int insertRow(Statement &insert, const StoredValue &value);
+    EAFResult checkValues(const ValueViews &values, Report &report) const;
+    Failure store(const ValueViews &values);
+    Failure storeRows(const ValueViews &values);
+    void bindRow(Statement &statement, const ValueView &value, std::string &text) const;
+    int updateRow(Statement &update, std::int64_t id, const ValueView &value, bool &isUpdated) const;
+    int insertRow(Statement &insert, const ValueView &value);
 
     std::string m_name;
     std::int64_t m_locationId;
     std::shared_ptr<SqliteFile> m_file;
     /// Generation of the file that this store's values were last read from.
     std::uint32_t m_generation = 0;
-    /// Row of each path: a row is found by its number in half the time. Unknown after a failure.
-    std::unordered_map<std::string, std::int64_t> m_ids;
-    bool m_hasIds = false;
+    KnownRows m_rows;
+    bool m_hasRows = false; ///< Unknown after a failure.
 };
 
 } // namespace storage

@@ -15,12 +15,12 @@
 namespace storage {
 namespace {
 
-std::string_view viewOf(const StoredValue &value) {
-    return {reinterpret_cast<const char *>(value.content.data()), value.content.size()};
+std::string_view textOf(const ValueView &value) {
+    return {reinterpret_cast<const char *>(value.content), value.size};
 }
 
-void bindString(Statement &statement, int parameter, const StoredValue &value) {
-    const std::string_view content = viewOf(value);
+void bindString(Statement &statement, int parameter, const ValueView &value) {
+    const std::string_view content = textOf(value);
     std::string_view text;
     if (isText(content, text)) {
         statement.bindText(parameter, text);
@@ -128,7 +128,7 @@ void bindName(Statement &statement, int parameter, std::string_view name) {
     }
 }
 
-void bindValue(Statement &statement, int parameter, const StoredValue &value, std::string &text) {
+void bindValue(Statement &statement, int parameter, const ValueView &value, std::string &text) {
     if (value.type == TYPE_STRING) {
         bindString(statement, parameter, value);
     } else if (isArray(value.type)) {
@@ -136,9 +136,8 @@ void bindValue(Statement &statement, int parameter, const StoredValue &value, st
         appendArray(text, value);
         statement.bindText(parameter, text);
     } else {
-        withElementOf(value.type, [&](auto number) {
-            bindNumber<decltype(number)>(statement, parameter, value.content.data(), text);
-        });
+        withElementOf(value.type,
+                      [&](auto number) { bindNumber<decltype(number)>(statement, parameter, value.content, text); });
     }
 }
 

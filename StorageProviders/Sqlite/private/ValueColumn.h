@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "Statement.h"
-#include "StoredValue.h"
+#include "ValueView.h"
 
 namespace storage {
 
@@ -15,7 +15,7 @@ namespace storage {
 void bindName(Statement &statement, int parameter, std::string_view name);
 
 /// @param text  room for what is bound; must live until the step.
-void bindValue(Statement &statement, int parameter, const StoredValue &value, std::string &text);
+void bindValue(Statement &statement, int parameter, const ValueView &value, std::string &text);
 
 /// @param value   its type is plain and its element count known; receives the content.
 /// @param misfit  receives what was found where that does not fit. @return whether it fits.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -221,10 +222,13 @@ TEST_F(CEventCacheTest, ACacheWithoutSlots_HoldsNothing) {
 }
 
 TEST_F(CEventCacheTest, ACacheLargerThanMemoryCouldBe_HoldsNothing) {
-    construct(0xFFFFFFFFu);
-    EXPECT_EQ(0u, m_cache.capacity);
-    EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventCache_Add(&m_cache, 1, 1));
-    EXPECT_FALSE(holds(1));
+    for (const std::uint32_t capacity : {0xFFFFFFFFu, 0x80000001u}) {
+        SCOPED_TRACE(capacity);
+        construct(capacity);
+        EXPECT_EQ(0u, m_cache.capacity);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventCache_Add(&m_cache, 1, 1));
+        EXPECT_FALSE(holds(1));
+    }
 }
 
 TEST_F(CEventCacheTest, WhileAnotherThreadHoldsTheInsertion_AKeyIsLeftToALaterMissAndReadersGoOn) {
@@ -290,6 +294,33 @@ TEST_F(CEventCacheTest, UnderSeveralThreads_AKeyNeverComesWithAnothersValue) {
         }
     }
     EXPECT_EQ(8u, held.size()) << "a key is held at most once";
+}
+
+TEST_F(CEventCacheTest, UnderSeveralThreads_WhatWasAddedIsHeld) {
+    constexpr std::uint32_t noOfThreads = 4;
+    constexpr std::uint32_t keysEach = 1000;
+    construct(noOfThreads * keysEach);
+    std::vector<std::vector<std::uint32_t>> added(noOfThreads);
+    std::vector<std::thread> threads;
+    for (std::uint32_t thread = 0; thread < noOfThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (std::uint32_t key = thread * keysEach; key < (thread + 1) * keysEach; ++key) {
+                if (CEventCache_Add(&m_cache, key, valueOf(key)) == eAF_S_OK) {
+                    added[thread].push_back(key);
+                }
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    std::size_t count = 0;
+    for (const std::vector<std::uint32_t> &keys : added) {
+        count += keys.size();
+        EXPECT_TRUE(std::all_of(keys.begin(), keys.end(), [this](std::uint32_t key) { return holds(key); }));
+    }
+    EXPECT_EQ(count, m_cache.count);
+    EXPECT_LE(keysEach, count) << "a thread that finds another one inserting may leave its key out, not all do";
 }
 
 } // namespace

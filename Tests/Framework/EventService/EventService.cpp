@@ -67,13 +67,13 @@ const std::vector<long> receivingCalls{
 #endif
 
 /// A thread that does not sleep has no number there.
+bool sleepsIn(int thread, const std::vector<long> &systemCalls) {
+    const std::string now = wordOf("/proc/self/task/" + std::to_string(thread) + "/syscall");
+    return std::any_of(systemCalls.begin(), systemCalls.end(), [&](long call) { return now == std::to_string(call); });
+}
+
 bool eventuallySleepsIn(int thread, const std::vector<long> &systemCalls) {
-    const std::string file = "/proc/self/task/" + std::to_string(thread) + "/syscall";
-    return eventually([&] {
-        const std::string now = wordOf(file);
-        return std::any_of(systemCalls.begin(), systemCalls.end(),
-                           [&](long call) { return now == std::to_string(call); });
-    });
+    return eventually([&] { return sleepsIn(thread, systemCalls); });
 }
 
 } // namespace
@@ -127,6 +127,10 @@ std::vector<int> threadsNamed(const std::string &name) {
         }
     }
     return threads;
+}
+
+bool blocksSending(int thread) {
+    return sleepsIn(thread, sendingCalls);
 }
 
 bool eventuallyBlocksSending(int thread) {

@@ -42,6 +42,9 @@ int threadId();
 /// The threads of this process that have the name.
 std::vector<int> threadsNamed(const std::string &name);
 
+/// Whether a thread of this process sleeps because the queue that it sends to is full.
+bool blocksSending(int thread);
+
 /// Waits until a thread of this process sleeps because the queue that it sends to is full.
 bool eventuallyBlocksSending(int thread);
 

@@ -117,6 +117,18 @@ TEST_F(EventTaskFaults, AStackSizeThatIsRefused_IsNotLookedAt) {
     EXPECT_EQ(Lines{}, test::TraceRecorder::failures());
 }
 
+TEST_F(EventTaskFaults, WhetherTheThreadCouldBeMadeOrNot_ItsAttributesAreDestroyed) {
+    const int before = test::threadAttributesAlive();
+    {
+        const Failing failing(Call::pthreadCreate, EAGAIN);
+        EXPECT_EQ(eAF_E_FAILED, create());
+    }
+    EXPECT_EQ(before, test::threadAttributesAlive());
+    destroy();
+    EXPECT_EQ(eAF_S_OK, create());
+    EXPECT_EQ(before, test::threadAttributesAlive());
+}
+
 TEST_F(EventTaskFaults, WithoutASemaphore_CreateFailsBeforeAnyThreadOrQueue) {
     const Failing failing(Call::semInit, ENOSYS);
     EXPECT_EQ(eAF_E_FAILED, create());
@@ -243,6 +255,36 @@ TEST_F(EventTaskFaults, TheWorker_HandsOnTheRecordAsItWasReceived) {
     EXPECT_EQ(5u, seen.eventId);
     EXPECT_EQ(this, seen.pData);
     EXPECT_EQ(9u, seen.isCopied);
+}
+
+TEST_F(EventTaskFaults, AReceiveThatFails_IsTracedWithItsErrorAndTriedAgain) {
+    ASSERT_EQ(eAF_S_OK, create());
+    ASSERT_TRUE(test::eventually([this] { return m_operations->IsRunning(m_operations) == 1; }));
+    ASSERT_TRUE(test::eventuallyBlocksReceiving(test::threadsNamed("dm-af-eventtsk").at(0)));
+    test::TraceRecorder::reset();
+    {
+        const Failing failing(Call::mqReceive, ENOMEM);
+        ASSERT_TRUE(sendToTask(4241)) << "ends the receive that waits";
+        ASSERT_TRUE(test::eventually([&] { return failing.times() >= 3; }));
+    }
+    ASSERT_TRUE(sendToTask(4242));
+    EXPECT_TRUE(test::eventually([] { return workerTraced("Unknown event id: 4242"); })) << "it goes on";
+    const Line failed{"CEventTask_OsProcess",
+                      "EventTask (T): Receive from queue failed, error " + test::errorText(ENOMEM), 0x800};
+    const Lines lines = test::TraceRecorder::workerLines();
+    EXPECT_LE(2, std::count(lines.begin(), lines.end(), failed));
+}
+
+TEST_F(EventTaskFaults, WhatStopSends_IsTheStopEventAndNothingElse) {
+    ASSERT_EQ(eAF_S_OK, create());
+    holdWorker();
+    ASSERT_EQ(eAF_S_OK, stop());
+    const test::RawMessage sent = test::RawQueue(m_queueName).receive();
+    EXPECT_EQ(sizeof(SEventDataMessage), sent.bytes.size());
+    EXPECT_EQ(static_cast<std::uint32_t>(EVENT_ID_STOP), sent.message().eventId);
+    EXPECT_EQ(nullptr, sent.message().pData);
+    EXPECT_EQ(0u, sent.message().isCopied);
+    EXPECT_EQ(0u, sent.priority);
 }
 
 TEST_F(EventTaskFaults, AfterStop_TheNextMessageEndsTheWorkerUnread) {

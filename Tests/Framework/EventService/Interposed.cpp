@@ -52,6 +52,7 @@ struct State {
     OpenCall openCall;
     std::atomic<std::size_t> stackSize{0};
     std::atomic<int> stackSizeAnswer{0};
+    std::atomic<int> threadAttributes{0};
 };
 
 State &state() {
@@ -166,6 +167,10 @@ void setStackSizeAnswer(int answer) {
     state().stackSizeAnswer = answer;
 }
 
+int threadAttributesAlive() {
+    return state().threadAttributes;
+}
+
 } // namespace test
 
 // The definitions below are the system's, whose headers name the parameters in its reserved way.
@@ -271,6 +276,18 @@ int sem_destroy(sem_t *semaphore) noexcept {
         return failWith(error);
     }
     return forward(semaphore);
+}
+
+int pthread_attr_init(pthread_attr_t *attributes) noexcept {
+    static const auto forward = next<int (*)(pthread_attr_t *)>("pthread_attr_init");
+    ++state().threadAttributes;
+    return forward(attributes);
+}
+
+int pthread_attr_destroy(pthread_attr_t *attributes) noexcept {
+    static const auto forward = next<int (*)(pthread_attr_t *)>("pthread_attr_destroy");
+    --state().threadAttributes;
+    return forward(attributes);
 }
 
 int pthread_attr_setstacksize(pthread_attr_t * /*attributes*/, std::size_t size) noexcept {

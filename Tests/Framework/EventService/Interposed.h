@@ -108,5 +108,7 @@ OpenCall lastOpenCall();
 std::size_t lastStackSize();
 /// What it answers.
 void setStackSizeAnswer(int answer);
+/// Thread attributes that were made and not destroyed.
+int threadAttributesAlive();
 
 } // namespace test

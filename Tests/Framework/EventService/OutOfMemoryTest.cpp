@@ -36,6 +36,21 @@ protected:
 /// Nothing was initialized before: what a first life makes for good is refused too.
 using FirstLifeOutOfMemory = test::EventService;
 
+TEST_F(FirstLifeOutOfMemory, WhatAFailedInitializeMakesForGood_IsMadeOnce) {
+    {
+        const RefusedAllocation refusal(0);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventHandler_Initialize(5, 3)) << "that is refused too";
+    }
+    std::vector<std::int64_t> blocks;
+    for (int i = 0; i < 2; ++i) {
+        const RefusedAllocation refusal(1);
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, CEventHandler_Initialize(5, 3));
+        EXPECT_EQ(1u, refusal.refused());
+        blocks.push_back(blocksOfLibrary());
+    }
+    EXPECT_EQ(blocks[0], blocks[1]);
+}
+
 TEST_F(FirstLifeOutOfMemory, Initialize_WithTheFirstAllocationRefused_IsOutOfMemoryAndNotInitialized) {
     {
         const RefusedAllocation refusal(0);

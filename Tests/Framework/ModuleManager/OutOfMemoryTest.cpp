@@ -377,6 +377,30 @@ TEST_F(OutOfMemoryInTheClassLayer, RegisterModule_ReturnsItsCodeAndSucceedsLater
     EXPECT_GT(failures, 2u) << "the callback's name, the module's and the callback's copy at least";
 }
 
+TEST_F(OutOfMemoryInTheClassLayer, RegisterModule_OfOneThatIsRegisteredAlready_NeverTakesItBack) {
+    unsigned failures = 0;
+    for (unsigned number = 0;; ++number) {
+        build();
+        CModuleManager_RegisterModule(8, "by another hand");
+        Module module(name);
+        EAFResult result = eAF_S_OK;
+        unsigned refusals = 0;
+        {
+            const AllocationProbe probe = AllocationProbe::refusingOnly(number);
+            result = CModuleManager::GetInstance().RegisterModule(&module);
+            refusals = AllocationProbe::refusals();
+        }
+        EXPECT_EQ(1u, CModuleManager_GetNumberOfRegisteredModules()) << "allocation " << number;
+        if (refusals == 0) {
+            EXPECT_LT(result, std::uint32_t{eAF_E_FAILED});
+            break;
+        }
+        EXPECT_EQ(eAF_E_OUT_OF_MEMORY, result);
+        ++failures;
+    }
+    EXPECT_GT(failures, 1u) << "the callback's name and its copy at least";
+}
+
 TEST_F(OutOfMemoryInTheClassLayer, AResultThatCanNotBeLogged_IsReturnedAllTheSame) {
     build();
     Module module(name);

@@ -77,6 +77,15 @@ TEST_F(CDatabaseTest, AddRegion_OfANamelessOrNoRegion_Fails) {
     EXPECT_EQ(0u, CDatabase_GetNoOfRegions(&database));
 }
 
+TEST_F(CDatabaseTest, GetRegionByName_SkipsOneThatLostItsName) {
+    addRegion("A")->name[0] = '\0';
+    CStorageRegion *region = addRegion("B");
+    CStorageRegion *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CDatabase_GetRegionByName(&database, "B", &found));
+    EXPECT_EQ(region, found);
+    EXPECT_EQ(eAF_E_UNKNOWN_REGION, CDatabase_GetRegionByName(&database, "", &found));
+}
+
 TEST_F(CDatabaseTest, GetRegionByName_FindsTheExactName) {
     CStorageRegion *region = addRegion("Cfg");
     CStorageRegion *found = nullptr;

@@ -290,6 +290,22 @@ TEST_F(CStorageObjectTest, GetVariableByName_TracesEachNullArgumentOnceAndInOrde
     EXPECT_EQ(0u, CStorageObject_GetVariableByName(&object, nullptr, &variable));
     EXPECT_EQ(reinterpret_cast<CVariable *>(&content), variable) << "left alone";
     EXPECT_THAT(TraceRecorder::lines(), ElementsAre(noName));
+    TraceRecorder::reset();
+    EXPECT_EQ(0u, CStorageObject_GetVariableByName(&object, "Gain", nullptr));
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(noPlace));
+}
+
+TEST_F(CStorageObjectTest, GetVariableByName_TracesANullElementAndGoesOnBehindIt) {
+    ASSERT_EQ(eAF_S_OK, create({{&content, TYPE_INT32, 1, "Gain", nullptr}}));
+    ASSERT_EQ(0u, CList_PushHead(&object.variables, nullptr));
+    CVariable *variable = nullptr;
+    EXPECT_EQ(1u, CStorageObject_GetVariableByName(&object, "Gain", &variable));
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CVariable_GetName", "CVariable_GetName was called with a null parameter",
+                                 eAF_E_INVALID_ARGUMENT}));
+    void *taken = &content;
+    EXPECT_EQ(0u, CList_PopHead(&object.variables, &taken));
+    EXPECT_EQ(nullptr, taken);
 }
 
 TEST_F(CStorageObjectTest, GetVariableByName_LogsTheNameOnTheAccessDomain) {

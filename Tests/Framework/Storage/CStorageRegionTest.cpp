@@ -51,6 +51,15 @@ TEST_F(CStorageRegionTest, Construct_MakesAnEmptyRegionAndTracesItsName) {
     EXPECT_EQ(test::levelOf(eAF_DEBUG), TraceRecorder::records().at(0).level);
 }
 
+TEST_F(CStorageRegionTest, Construct_WithoutAName_TracesThatThereIsNone) {
+    TraceRecorder::reset();
+    CStorageRegion_Construct(&region, nullptr, 7);
+    EXPECT_THAT(TraceRecorder::lines(),
+                ElementsAre(Line{"CStorageRegion_Construct", "CStorageRegion (null) created", eAF_DEBUG}));
+    char *name = nullptr;
+    EXPECT_EQ(eAF_E_FAILED, CStorageRegion_GetName(&region, &name));
+}
+
 TEST_F(CStorageRegionTest, ANameOf50Characters_IsKeptAsItsFirst39AndTracedWhole) {
     TraceRecorder::reset();
     const std::string name(50, 'r');

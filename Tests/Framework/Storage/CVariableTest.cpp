@@ -233,6 +233,17 @@ TEST_F(CVariableTest, SetPath_JoinsItsPartsAndCutsAt511) {
     CVariable_Destruct(&variable);
 }
 
+TEST_F(CVariableTest, SetPath_CutsWhereverTheEndFalls) {
+    int content = 0;
+    ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 1, "V", nullptr));
+    for (const std::size_t first : {0u, 505u, 506u, 507u, 508u, 509u, 510u, 511u, 512u, 600u}) {
+        const std::string region(first, 'r');
+        EXPECT_EQ(eAF_S_OK, CVariable_SetPath(&variable, region.c_str(), "O", "Name"));
+        EXPECT_EQ((region + "/O/Name").substr(0, 511), variable.path) << first;
+    }
+    CVariable_Destruct(&variable);
+}
+
 TEST_F(CVariableTest, Flags_AreKeptAsGiven) {
     int content = 0;
     ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, &content, TYPE_INT32, 9, "V", nullptr));
@@ -455,6 +466,25 @@ TEST_F(CVariableTest, AnArrayOfNoElements_IsSetAndReadWithoutABlock) {
     const std::vector<std::int32_t> none; // its data() may be null
     EXPECT_EQ(eAF_S_OK, CVariable_SetContent(&variable, none.data()));
     CVariable_Destruct(&variable);
+}
+
+TEST_F(CVariableTest, NoPlaceToCopyFromOrTo_IsRefusedWhereThereIsSomethingToCopy) {
+    const struct {
+        EVariableType type;
+        std::uint32_t noOfElements;
+        EAFResult result;
+    } cases[] = {{TYPE_INT32, 1, eAF_E_INVALID_ARGUMENT},
+                 {TYPE_INT32, 0, eAF_E_INVALID_ARGUMENT},
+                 {TYPE_INT32_ARRAY, 1, eAF_E_INVALID_ARGUMENT},
+                 {TYPE_INT32_ARRAY, 0, eAF_S_OK}};
+    for (const auto &each : cases) {
+        ASSERT_EQ(eAF_S_OK, CVariable_Construct(&variable, nullptr, each.type, each.noOfElements, "V", nullptr));
+        EXPECT_EQ(each.result, CVariable_SetContent(&variable, nullptr))
+            << each.type << "[" << each.noOfElements << "]";
+        EXPECT_EQ(each.result, CVariable_GetContent(&variable, nullptr))
+            << each.type << "[" << each.noOfElements << "]";
+        CVariable_Destruct(&variable);
+    }
 }
 
 TEST_F(CVariableTest, DestructOfAnObjectWithoutContent_IsTracedByWhoAsksForItsMark) {

@@ -1,182 +1,25 @@
 // Thousands of random operations on the storage manager and on a model of it, compared after each.
-#include "StorageModel.h"
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdio>
-#include <map>
-#include <random>
 
-#include "CStorageManager.h"
-#include "Providers.h"
-#include "StorageTree.h"
-#include "TraceRecorder.h"
+#include "Choices.h"
+#include "StorageWalk.h"
 
 namespace {
 
-using test::Expected;
-using test::FirstProvider;
-using test::SecondProvider;
-using test::StorageModel;
-using test::TraceRecorder;
-
-class StorageManagerModel : public testing::TestWithParam<unsigned> {
-protected:
-    StorageManagerModel() { test::resetProviders(); }
-    ~StorageManagerModel() override { CStorageManager_Uninitialize(); }
-    StorageManagerModel(const StorageManagerModel &) = delete;
-    StorageManagerModel &operator=(const StorageManagerModel &) = delete;
-
-    std::size_t below(std::size_t bound) { return random() % bound; }
-    unsigned long someId() { return 1 + below(4); }
-
-    void check(const std::string &what, EAFResult code, const Expected &expected) {
-        std::vector<std::string> failures;
-        for (const test::Line &line : TraceRecorder::failures()) {
-            failures.push_back(line.message);
-        }
-        ASSERT_EQ(expected.code, code) << what;
-        ASSERT_EQ(expected.calls, test::providerCalls()) << what;
-        ASSERT_EQ(expected.failures, failures) << what;
-    }
-
-    void addObject(StorageModel::Object &model, CStorageObject *object, int depth) {
-        for (std::size_t i = below(3); i > 0; --i) {
-            const std::string name = "V" + std::to_string(below(6));
-            CVariable *present = nullptr;
-            if (CStorageObject_GetVariableByName(object, name.c_str(), &present) == 0) {
-                ids[tree.integer(object, name)] = ++lastId;
-                model.variables.push_back({name, lastId});
-            }
-        }
-        if (depth < 2 && below(2) == 0) {
-            const std::string name = "N" + std::to_string(depth);
-            model.nested.push_back({name, {}, {}});
-            addObject(model.nested.back(), tree.nested(object, name), depth + 1);
-        }
-    }
-
-    void registerRegion() {
-        StorageModel::Region model{below(15) == 0 ? "" : "R" + std::to_string(below(5)), someId(), {}};
-        CStorageRegion *region = tree.region(model.name, model.locationId);
-        for (std::size_t i = below(3); i > 0; --i) {
-            model.objects.push_back({"O" + std::to_string(i), {}, {}});
-            addObject(model.objects.back(), tree.objectIn(region, model.objects.back().name), 0);
-        }
-        TraceRecorder::reset(test::levelOf(eAF_W_WARNING));
-        bool isFiled = false;
-        const Expected expected = storage.registerRegion(model, isFiled);
-        check("RegisterRegion " + model.name, CStorageManager_RegisterRegion(region), expected);
-        if (!isFiled) {
-            CStorageRegion_Destruct(region);
-        }
-    }
-
-    void lookUp() {
-        const std::string path = "R" + std::to_string(below(5)) + "/O" + std::to_string(1 + below(2)) +
-                                 (below(2) == 0 ? "/N0" : "") + "/V" + std::to_string(below(6));
-        EAFResult expected = eAF_S_OK;
-        int id = storage.byPath(path, expected);
-        CVariable *found = nullptr;
-        ASSERT_EQ(expected, CStorageManager_GetVariableByPath(path.c_str(), &found)) << path;
-        ASSERT_EQ(id, id != 0 ? ids[found] : 0) << path;
-        const std::string name = "V" + std::to_string(below(6));
-        id = storage.byName(name, expected);
-        ASSERT_EQ(expected, CStorageManager_GetVariableByName(name.c_str(), &found)) << name;
-        ASSERT_EQ(id, id != 0 ? ids[found] : 0) << name;
-    }
-
-    void chooseFailure() {
-        FirstProvider::reset();
-        SecondProvider::reset();
-        storage.failingProvider = static_cast<int>(below(3));
-        storage.failingLocation = someId();
-        if (storage.failingProvider == 1) {
-            FirstProvider::answer = eAF_E_STACK_EMPTY;
-            FirstProvider::failingLocation = storage.failingLocation;
-        } else if (storage.failingProvider == 2) {
-            SecondProvider::answer = eAF_E_STACK_EMPTY;
-            SecondProvider::failingLocation = storage.failingLocation;
-        }
-    }
-
-    void step() {
-        test::providerCalls().clear();
-        TraceRecorder::reset(test::levelOf(eAF_W_WARNING));
-        const unsigned long location = someId();
-        const unsigned long provider = 1 + below(3);
-        switch (below(12)) {
-        case 0:
-            CStorageManager_RegisterLocation(location, ("L" + std::to_string(location)).c_str(), 4, location * 10);
-            storage.registerLocation(location, "L" + std::to_string(location));
-            break;
-        case 1:
-            if (provider == 1) {
-                CStorageManager_RegisterStorageProvider(&FirstProvider::table, 1, "P1");
-            } else {
-                CStorageManager_RegisterStorageProvider(&SecondProvider::table, 2, "P2");
-            }
-            storage.registerProvider(provider == 1 ? 1 : 2, provider == 1 ? 1 : 2);
-            break;
-        case 2:
-            check("assign", CStorageManager_AssignStorageProviderToLocation(location, provider),
-                  storage.assign(location, provider));
-            break;
-        case 3:
-            check("reassign", CStorageManager_ReassignStorageProviderToLocation(location, provider),
-                  storage.reassign(location, provider));
-            break;
-        case 4:
-        case 5:
-            registerRegion();
-            break;
-        case 6: {
-            const std::string name = "R" + std::to_string(below(5));
-            check("remove", CStorageManager_RemoveRegionFromLocation(name.c_str(), location),
-                  storage.removeRegion(name, location));
-            break;
-        }
-        case 7:
-            check("reserve", CStorageManager_ReserveWritableSpace(location, 100 + location),
-                  storage.reserve(location, 100 + location));
-            break;
-        case 8:
-            check("store", CStorageManager_StoreAll(), storage.perform("StoreAll"));
-            break;
-        case 9:
-            check("retrieve", CStorageManager_RetrieveAll(), storage.perform("RetrieveAll"));
-            break;
-        case 10:
-            ASSERT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
-            storage.updatePaths();
-            break;
-        default:
-            chooseFailure();
-            break;
-        }
-        lookUp();
-    }
-
-    std::mt19937 random{GetParam()};
-    test::StorageTree tree;
-    StorageModel storage;
-    std::map<const CVariable *, int> ids;
-    int lastId = 0;
-};
+class StorageManagerModel : public testing::TestWithParam<std::uint32_t> {};
 
 TEST_P(StorageManagerModel, AgreesAfterEachOfTwoThousandOperations) {
     std::printf("seed %u\n", GetParam());
+    test::RandomChoices choices(GetParam());
+    test::StorageWalk walk(choices);
     for (int round = 0; round < 20 && !HasFatalFailure(); ++round) {
         for (int i = 0; i < 100 && !HasFatalFailure(); ++i) {
-            step();
+            walk.step();
         }
-        CStorageManager_Uninitialize();
-        const int failingProvider = storage.failingProvider;
-        const unsigned long failingLocation = storage.failingLocation;
-        storage = {};
-        storage.failingProvider = failingProvider;
-        storage.failingLocation = failingLocation;
+        walk.begin();
     }
 }
 

@@ -258,6 +258,55 @@ TEST_F(VariableLookup, ContentAddressByPath_OfAFreedVariable_NeverLeadsToWhoever
     EXPECT_EQ(3, *static_cast<std::int32_t *>(content)) << "a path that is filed anew leads to the new variable";
 }
 
+TEST_F(VariableLookup, ContentAddressByPath_OfAFreedVariableWhosePathWasCut_FailsToo) {
+    CStorageRegion *region = tree.region("Deep", 1);
+    CStorageObject *object = tree.objectIn(region, "O");
+    std::string path = "Deep/O";
+    for (int i = 0; i < 6; ++i) {
+        const std::string name(100, static_cast<char>('a' + i));
+        object = tree.nested(object, name);
+        path += "/" + name;
+    }
+    SVariableDescriptor descriptor{nullptr, TYPE_INT32, 1, "V", nullptr};
+    ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(object, &descriptor, 1));
+    CStorageManager_RegisterRegion(region);
+    update();
+    path.resize(511);
+    void *content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath(path.c_str(), &content, nullptr));
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Deep", 1));
+    EXPECT_EQ(eAF_E_FAILED, CStorageManager_GetVariableContentAddressByPath(path.c_str(), &content, nullptr));
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_OfEachFreedVariable_Fails) {
+    CStorageRegion *region = tree.region("Gone", 1);
+    CStorageObject *object = tree.objectIn(region, "O");
+    std::vector<SVariableDescriptor> descriptors{{nullptr, TYPE_INT32, 1, "ALongName", nullptr},
+                                                 {nullptr, TYPE_INT32, 1, "V", nullptr}};
+    ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(object, descriptors.data(), descriptors.size()));
+    CStorageManager_RegisterRegion(region);
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    for (const char *path : {"Gone/O/ALongName", "Gone/O/V"}) {
+        void *content = nullptr;
+        EXPECT_EQ(eAF_E_FAILED, CStorageManager_GetVariableContentAddressByPath(path, &content, nullptr)) << path;
+    }
+}
+
+TEST_F(VariableLookup, ContentAddressByPath_ThatAFreedVariableSharedWithTheCallers_StillAnswers) {
+    CStorageRegion *region = tree.region("Gone", 1);
+    CStorageObject *object = tree.objectIn(region, "O");
+    SVariableDescriptor descriptor{nullptr, TYPE_INT32, 1, "A/B", nullptr};
+    ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(object, &descriptor, 1));
+    CVariable *kept = tree.integer(tree.nested(object, "A"), "B", 5);
+    CStorageManager_RegisterRegion(region);
+    update();
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    void *content = nullptr;
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Gone/O/A/B", &content, nullptr));
+    EXPECT_EQ(kept->content, content) << "it was filed last";
+}
+
 // A path outlives its region: what it leads to may be freed.
 TEST_F(VariableLookup, ContentAddressByPath_OfARemovedRegion_FailsInsteadOfTouchingFreedMemory) {
     registerOwned("Gone", 5);

@@ -44,8 +44,9 @@ public:
         return answer(m_disk->openAnswer, "opened", report);
     }
 
-    EAFResult read(storage::StoredValues &values, storage::Report &report) override {
+    EAFResult read(storage::ValueSink &values, storage::Report &report) override {
         ++m_disk->reads;
+        values.clear();
         m_disk->isStale = false;
         if (m_disk->wasSetAside) {
             m_disk->wasSetAside = false;
@@ -55,20 +56,20 @@ public:
         const EAFResult result = answer(m_disk->readAnswer, "read", report);
         if (result < eAF_E_FAILED) {
             for (const auto &[path, value] : m_disk->values) {
-                values.push_back(value);
+                values.add(value);
             }
         }
         return result;
     }
 
-    EAFResult write(const storage::StoredValues &values, storage::Report &report) override {
+    EAFResult writeViews(const storage::ValueViews &values, storage::Report &report) override {
         ++m_disk->writes;
         const EAFResult result = answer(m_disk->writeAnswer, "written", report);
         std::vector<std::string> paths;
         auto merged = m_disk->values; // all or none, whatever runs out of memory here
-        for (const storage::StoredValue &value : values) {
-            paths.push_back(value.path);
-            merged[value.path] = value;
+        for (const storage::ValueView &value : values) {
+            const std::string &path = paths.emplace_back(value.path);
+            merged[path] = {path, value.type, value.noOfElements, {value.content, value.content + value.size}};
         }
         m_disk->written.swap(paths);
         if (result < eAF_E_FAILED || m_disk->takesFailedWrites) {

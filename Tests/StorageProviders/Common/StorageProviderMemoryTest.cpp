@@ -101,7 +101,7 @@ TEST_F(StorageProviderMemoryTest, RetrieveAll_WithoutMemory_LeavesEachVariableSt
                        EXPECT_EQ(0, disk->writes) << allowed;
                        set(second, 2);
                    });
-    EXPECT_GT(refusals, 10);
+    EXPECT_GT(refusals, 5);
     EXPECT_EQ(7, valueOf(first));
     EXPECT_EQ(8, valueOf(second));
     EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));

@@ -181,6 +181,24 @@ TEST_F(StorageProviderTest, TwoVariablesOfOnePath_KeepTheFirstAndSaySoWithThePat
     EXPECT_THAT(warnings(), ElementsAre(told));
 }
 
+TEST_F(StorageProviderTest, TwoVariablesOfAPathThatTheStoreHolds_KeepTheFirstInEachStore) {
+    keep("Cfg/Radio/Tx/Lo", 3);
+    CVariable *first = tree.integer(tree.nested(object, "Tx"), "Lo", 1);
+    CVariable *second = tree.integer(object, "Tx/Lo", 2);
+    const auto told = AllOf(HasSubstr("Cfg/Radio/Tx/Lo"), HasSubstr("only the first"));
+    EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));
+    EXPECT_EQ(1, kept("Cfg/Radio/Tx/Lo"));
+    EXPECT_THAT(warnings(), ElementsAre(told));
+    set(second, 4);
+    EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));
+    EXPECT_EQ(0u, statistics().noOfValuesWritten) << "the second's changes are nobody's";
+    EXPECT_THAT(warnings(), ElementsAre(told, told));
+    set(first, 5);
+    EXPECT_EQ(eAF_S_OK, provider.storeAll(1, &database));
+    EXPECT_EQ(5, kept("Cfg/Radio/Tx/Lo"));
+    EXPECT_THAT(warnings(), ElementsAre(told, told, told));
+}
+
 TEST_F(StorageProviderTest, AVariableWithoutContentOrOfNoKnownType_IsNamedAndLeftOut) {
     CVariable *variable = gain(1);
     CVariable *bare = tree.integer(object, "Bare", 2);

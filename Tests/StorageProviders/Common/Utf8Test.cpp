@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
 #include <string_view>
 
 namespace {
@@ -29,6 +30,18 @@ TEST(Utf8Test, WhatIsCutOverlongOrNoCharacter_IsNot) {
     }
     for (const std::string_view text : none) {
         EXPECT_FALSE(storage::isUtf8(text)) << text;
+    }
+}
+
+TEST(Utf8Test, WhereInALongTextTheCharacterStands_DoesNotMatter) {
+    for (std::size_t before = 0; before < 20; ++before) {
+        for (std::size_t behind = 0; behind < 20; ++behind) {
+            const std::string start(before, 'a');
+            const std::string end(behind, 'z');
+            EXPECT_TRUE(storage::isUtf8(start + "\xC3\xA9" + end)) << before << ", " << behind;
+            EXPECT_FALSE(storage::isUtf8(start + "\xC3" + end)) << before << ", " << behind;
+            EXPECT_FALSE(storage::isUtf8(start + "\x80" + end)) << before << ", " << behind;
+        }
     }
 }
 

@@ -80,6 +80,12 @@ TEST_F(CFileStorageTest, SetFile_RefusesWhatAnotherLocationKeepsBesideItsFile) {
     }
 }
 
+TEST_F(CFileStorageTest, SetFile_TakesANameThatIsShorterThanWhatIsKeptBesideIt) {
+    EXPECT_EQ(eAF_S_OK, CFileStorage_SetFile(1, "/s"));
+    EXPECT_EQ(eAF_S_OK, CFileStorage_SetFile(2, "/.1")) << "it is beside no file that has a name";
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CFileStorage_SetFile(3, "/s.1"));
+}
+
 TEST_F(CFileStorageTest, SetFile_OfAnOpenLocationIsRefused) {
     ASSERT_EQ(eAF_S_OK, CFileStorage_SetFile(1, in("s").c_str()));
     ASSERT_EQ(eAF_S_OK, CFileStorage_GetProvider()->Initialize(1));

@@ -134,7 +134,7 @@ TEST_P(FileMemory, OfAStartAndARetrieve_ChangesNothing) {
 TEST_P(FileMemory, OfAStore_LeavesEveryFileAsItWas) {
     const StoredValues changed = generation(3);
     refuseEach(
-        40, [this] { prepareTwoGenerations(); },
+        25, [this] { prepareTwoGenerations(); },
         [&] { return inStore([&](FileStore &store) { return store.write(changed, silent); }); },
         [this](EAFResult code) {
             if (code == eAF_S_OK) {
@@ -191,7 +191,7 @@ TEST_P(FileMemory, OfSayingThatAStoreFailed_LeavesEveryFileAsItWas) {
     expected = eAF_E_FAILED;
     std::unique_ptr<FileStore> store;
     refuseEach(
-        40,
+        10,
         [&] {
             store.reset();
             std::filesystem::remove_all(in("s.new"));

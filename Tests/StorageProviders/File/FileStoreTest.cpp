@@ -177,6 +177,20 @@ TEST_F(FileStoreTest, ANewFile_HasThePermissionsThatTheProcessGives) {
     EXPECT_EQ(0666u, mode("s")) << "whatever the process gives to new ones";
 }
 
+TEST_F(FileStoreTest, APermissionThatCanNotBeKept_IsACodeAndLeavesTheOldValues) {
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    fs::permissions(file, fs::perms(0666));
+    const mode_t earlier = umask(077);
+    {
+        SystemCalls calls(folder.name());
+        calls.failEach("fchmod", EPERM);
+        EXPECT_EQ(eAF_E_WRONG_ACCESS, write({value(2)}));
+        EXPECT_EQ(1u, calls.failures());
+    }
+    umask(earlier);
+    EXPECT_EQ(1, readOne());
+}
+
 TEST_F(FileStoreTest, APermissionOfTheOnlyGenerationLeft_IsKept) {
     ASSERT_EQ(eAF_S_OK, write({value(1)}));
     ASSERT_EQ(eAF_S_OK, write({value(2)}));
@@ -195,6 +209,10 @@ TEST_F(FileStoreTest, AnOwnerOfTheFile_IsKeptWhereTheProcessMayGiveItAway) {
     ASSERT_EQ(eAF_S_OK, write({value(2)}));
     EXPECT_EQ(1234u, status("s").st_uid);
     EXPECT_EQ(2345u, status("s").st_gid);
+    ASSERT_EQ(0, chown(file.c_str(), geteuid(), 2345));
+    ASSERT_EQ(eAF_S_OK, write({value(2, "W")}));
+    EXPECT_EQ(2345u, status("s").st_gid) << "the group alone";
+    ASSERT_EQ(0, chown(file.c_str(), 1234, 2345));
     {
         SystemCalls calls(folder.name());
         calls.failEach("fchown", EPERM);
@@ -263,6 +281,38 @@ TEST_F(FileStoreTest, ARelativeName_IsTakenAsItStandsWhenTheStoreIsMade) {
     ASSERT_EQ(eAF_S_OK, store.open(Access::readWrite, messages));
     ASSERT_EQ(eAF_S_OK, store.write({value(1)}, messages));
     EXPECT_TRUE(fs::exists(file));
+}
+
+TEST_F(FileStoreTest, ARelativeNameInAFolderThatWasRemoved_IsAFolderThatIsMissing) {
+    const fs::path earlier = fs::current_path();
+    fs::create_directory(in("gone"));
+    fs::current_path(in("gone"));
+    fs::remove(in("gone"));
+    FileStore store("s");
+    EXPECT_EQ("s", store.name());
+    EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, store.open(Access::readWrite, messages));
+    EXPECT_THAT(messages.errors(), ElementsAre(AllOf(HasSubstr("s.lock"), HasSubstr("make the folder"))));
+    fs::current_path(earlier);
+}
+
+TEST_F(FileStoreTest, AnotherStoreOfAsManyGenerationsInItsPlace_IsReadAgainBeforeAnythingIsStored) {
+    ASSERT_EQ(eAF_S_OK, write({value(1), value(1, "W")}));
+    FileStore store(file);
+    StoredValues values;
+    ASSERT_EQ(eAF_S_OK, store.open(Access::readWrite, messages));
+    ASSERT_EQ(eAF_S_OK, store.read(values, messages));
+    {
+        FileStore other(in("other"));
+        ASSERT_EQ(eAF_S_OK, other.open(Access::readWrite, messages));
+        ASSERT_EQ(eAF_S_OK, other.write({value(7)}, messages));
+    }
+    fs::rename(in("other"), file);
+    EXPECT_EQ(eAF_E_FAILED, store.write({value(2)}, messages));
+    EXPECT_TRUE(store.isStale());
+    EXPECT_THAT(messages.warnings(), ElementsAre(HasSubstr("is not what this process read or stored last")));
+    ASSERT_EQ(eAF_S_OK, store.read(values, messages));
+    EXPECT_EQ(StoredValues{value(7)}, values);
+    EXPECT_EQ(eAF_S_OK, store.write({value(2)}, messages));
 }
 
 TEST_F(FileStoreTest, WhatIsNoStore_IsLeftAloneByteByByte) {
@@ -358,6 +408,23 @@ TEST_F(FileStoreTest, AFolderThatTakesNoLockFile_IsReadAndWrittenOnceItDoes) {
         EXPECT_EQ(eAF_S_OK, store.write({value(error)}, messages));
         EXPECT_EQ(StoredValues{value(error)}, generation("s").values);
     }
+}
+
+TEST_F(FileStoreTest, AStoreThatAnotherProcessTookMeanwhile_IsNotWrittenOnceTheDiskMayBe) {
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    FileStore store(file);
+    {
+        SystemCalls calls(folder.name());
+        calls.fail(0, EROFS, SystemCalls::Lasting::once);
+        ASSERT_EQ(eAF_S_OK, store.open(Access::readWrite, messages));
+    }
+    storage::StoreLock faster;
+    ASSERT_EQ(eAF_S_OK, faster.acquire(file, messages));
+    EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, store.write({value(2)}, messages));
+    EXPECT_THAT(messages.errors(), ElementsAre(AllOf(HasSubstr(file), HasSubstr("is in use by process"))));
+    EXPECT_EQ(1, readOne(Access::readOnly));
+    faster.release();
+    EXPECT_EQ(eAF_S_OK, store.write({value(2)}, messages)) << "once it is free";
 }
 
 // A folder or a pipe in the place of one generation keeps nobody from the other.

@@ -105,7 +105,7 @@ TEST_F(SqliteAdditionsTest, DamageOfTheVariablesBesideATableOfOthers_IsSetAside)
                                  "INSERT INTO notes VALUES('a'); PRAGMA writable_schema=ON;";
     for (const char *damage :
          {"UPDATE sqlite_schema SET sql='CREATE TABLE variable(id)' WHERE name='variable';",
-          "DELETE FROM sqlite_schema WHERE name='variable';",
+          "DELETE FROM sqlite_schema WHERE name='variable';", "DROP TABLE variable;",
           "UPDATE sqlite_schema SET rootpage=(SELECT rootpage FROM sqlite_schema WHERE name='variable') "
           "WHERE name='notes';"}) {
         SCOPED_TRACE(damage);
@@ -137,6 +137,18 @@ TEST_F(SqliteAdditionsTest, AnIndexOfOthersOnTheTableThatOnlyTheyCanKeep_IsNamed
     EXPECT_EQ(eAF_E_FAILED, write({int32Value("R/New", 1)}));
     EXPECT_THAT(report.errors(), HasSubstr("unknown function: sha3()"));
     ask("DROP INDEX vi;");
+    EXPECT_EQ(eAF_S_OK, write({int32Value("R/New", 1)}));
+}
+
+TEST_F(SqliteAdditionsTest, ACheckOfOthersOnTheTableThatOnlyTheyCanRun_IsNamedAndItsValuesAreRead) {
+    ask("PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql=replace(sql,'value,','value "
+        "CHECK(sha3(value) IS NOT NULL),') WHERE name='variable';");
+    EXPECT_FALSE(isSetAside());
+    EXPECT_THAT(report.warnings(), HasSubstr(file + ": no value can be stored in it: unknown function: sha3()"));
+    EXPECT_EQ(eAF_E_FAILED, write({int32Value("R/New", 1)}));
+    EXPECT_THAT(report.errors(), HasSubstr("unknown function: sha3()"));
+    ask("PRAGMA writable_schema=ON; UPDATE sqlite_schema SET sql=replace(sql,' CHECK(sha3(value) IS NOT NULL)','') "
+        "WHERE name='variable';");
     EXPECT_EQ(eAF_S_OK, write({int32Value("R/New", 1)}));
 }
 
@@ -189,6 +201,39 @@ TEST_F(SqliteAdditionsTest, ATriggerOfOthersThatRefusesAValue_IsQuoted) {
         EXPECT_THAT(report.errors(), HasSubstr(trigger.text));
         EXPECT_EQ("1\n", ask("SELECT value FROM variable WHERE path='R/A';"));
     }
+}
+
+TEST_F(SqliteAdditionsTest, ATriggerOnNewRowsThatOnlyOthersCanRun_IsNamedAtTheStart) {
+    ask("CREATE TRIGGER t AFTER INSERT ON variable BEGIN SELECT sha3(1); END;");
+    EXPECT_FALSE(isSetAside());
+    EXPECT_THAT(report.warnings(), HasSubstr(file + ": no value can be stored in it: no such function: sha3; drop the "
+                                                    "index, the trigger or the check that was added to the table"));
+    EXPECT_EQ(eAF_E_FAILED, write({int32Value("R/New", 1)}));
+    ask("DROP TRIGGER t;");
+    EXPECT_EQ(eAF_S_OK, write({int32Value("R/New", 1)}));
+}
+
+TEST_F(SqliteAdditionsTest, WhatIsAddedWhileAHostRuns_IsNamedByItsNextStore) {
+    SqliteStore host(file, 1);
+    StoredValues read;
+    ASSERT_EQ(eAF_S_OK, host.open(Access::readWrite, report));
+    ASSERT_EQ(eAF_S_OK, host.read(read, report));
+    ask("CREATE TRIGGER t BEFORE UPDATE ON variable BEGIN SELECT sha3(1); END;");
+    EXPECT_EQ(eAF_E_FAILED, host.write({int32Value("R/A", 5)}, report));
+    EXPECT_THAT(report.errors(),
+                HasSubstr(file + ": its table of variables can not be used: no such function: sha3 (SQLite code 1); "
+                                 "mend the table, or drop what was added to it"));
+    ask("DROP TRIGGER t;");
+    report.lines.clear();
+    EXPECT_EQ(eAF_S_OK, host.write({int32Value("R/A", 5)}, report)) << report.errors();
+    EXPECT_EQ("5\n", ask("SELECT value FROM variable WHERE path='R/A';"));
+}
+
+TEST_F(SqliteAdditionsTest, ARowThatStandsTwice_CountsOnceAndIsNamed) {
+    ask("CREATE TABLE v2 AS SELECT * FROM variable; DROP TABLE variable; ALTER TABLE v2 RENAME TO variable;"
+        "INSERT INTO variable SELECT id+100,location,path,type,count,9 FROM variable WHERE path='R/A';");
+    EXPECT_FALSE(isSetAside());
+    EXPECT_THAT(report.warnings(), HasSubstr(file + ": R/A (row 101) stands twice; it counts as not stored"));
 }
 
 TEST_F(SqliteAdditionsTest, ADatabaseInUtf16_IsAStoreLikeAnyOther) {

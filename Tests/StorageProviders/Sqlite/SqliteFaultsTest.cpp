@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <functional>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "SimulatedDisk.h"
 #include "SqliteCalls.h"
@@ -18,6 +20,7 @@ using storage::SqliteStore;
 using storage::StoredValues;
 using test::FailingCall;
 using test::int32Value;
+using test::ReportRecorder;
 using test::SimulatedDisk;
 using test::stringValue;
 using test::valueOf;
@@ -48,7 +51,7 @@ struct Fault {
 constexpr Fault faults[] = {{SQLITE_NOMEM, eAF_E_OUT_OF_MEMORY},   {SQLITE_IOERR_WRITE, eAF_E_FAILED},
                             {SQLITE_FULL, eAF_E_FAILED},           {SQLITE_BUSY, eAF_E_ALREADY_INITIALIZED},
                             {SQLITE_READONLY, eAF_E_WRONG_ACCESS}, {SQLITE_CORRUPT, eAF_E_FAILED},
-                            {SQLITE_MISUSE, eAF_E_FAILED}};
+                            {SQLITE_MISUSE, eAF_E_FAILED},         {SQLITE_IOERR_NOMEM, eAF_E_OUT_OF_MEMORY}};
 
 class SqliteCallFaultsTest : public test::SqliteStores, public testing::WithParamInterface<bool> {
 protected:
@@ -71,7 +74,7 @@ protected:
             }
             SCOPED_TRACE("code " + std::to_string(fault.code) + ", call " + std::to_string(call) + ": " + name);
             check(result);
-            if (fault.code != SQLITE_NOMEM && result >= eAF_E_FAILED) {
+            if (fault.result != eAF_E_OUT_OF_MEMORY && result >= eAF_E_FAILED) {
                 EXPECT_THAT(report.errors(), HasSubstr(file)) << "it is said";
             }
         }
@@ -86,31 +89,62 @@ protected:
         clear();
         store(generation(1));
     }
+
+    /// @param hasOthers  whether a fault that a check finds may be that of a table of others: the values are whole
+    /// then.
+    void failEachCallOfAStart(bool hasOthers) {
+        for (const Fault &fault : faults) {
+            StoredValues values;
+            const auto start = [&] {
+                values.clear();
+                SqliteStore store(file, 1);
+                const EAFResult opened = store.open(Access::readWrite, report);
+                return opened >= eAF_E_FAILED ? opened : store.read(values, report);
+            };
+            failEachCall(fault, start, [&](EAFResult result) {
+                if (std::filesystem::exists(file + ".damaged-1")) {
+                    EXPECT_EQ(SQLITE_CORRUPT, fault.code);
+                    EXPECT_THAT(report.warnings(), HasSubstr("it is kept as"));
+                    EXPECT_FALSE(std::filesystem::exists(file));
+                    EXPECT_EQ(StoredValues{}, values);
+                    std::filesystem::rename(file + ".damaged-1", file);
+                    std::filesystem::remove(file + ".damaged-1-journal");
+                } else if (hasOthers && fault.code == SQLITE_CORRUPT && result == eAF_S_OK) {
+                    EXPECT_EQ(generation(1), test::sorted(values));
+                } else {
+                    EXPECT_EQ(fault.result, result);
+                }
+                EXPECT_EQ(generation(1), stored());
+            });
+        }
+    }
 };
 
 TEST_P(SqliteCallFaultsTest, AStart_FailsWithACodeOrSetsTheStoreAside) {
     reset();
+    failEachCallOfAStart(false);
+}
+
+// Which makes a start look at the table of variables for itself.
+TEST_P(SqliteCallFaultsTest, AStartBesideATableThatOnlyOthersCanCheck_DoesTheSame) {
+    reset();
+    test::sqlite3Program(file,
+                         "CREATE TABLE notes(t); CREATE INDEX ni ON notes(sha3(t)); INSERT INTO notes VALUES('a')");
+    failEachCallOfAStart(true);
+}
+
+TEST_P(SqliteCallFaultsTest, AListOfLocations_FailsWithACode) {
+    reset();
     for (const Fault &fault : faults) {
-        StoredValues values;
-        const auto start = [&] {
-            values.clear();
-            SqliteStore store(file, 1);
-            const EAFResult opened = store.open(Access::readWrite, report);
-            return opened >= eAF_E_FAILED ? opened : store.read(values, report);
-        };
-        failEachCall(fault, start, [&](EAFResult result) {
-            if (std::filesystem::exists(file + ".damaged-1")) {
-                EXPECT_EQ(SQLITE_CORRUPT, fault.code);
-                EXPECT_THAT(report.warnings(), HasSubstr("it is kept as"));
-                EXPECT_FALSE(std::filesystem::exists(file));
-                EXPECT_EQ(StoredValues{}, values);
-                std::filesystem::rename(file + ".damaged-1", file);
-                std::filesystem::remove(file + ".damaged-1-journal");
-            } else {
+        std::vector<unsigned long> found;
+        failEachCall(
+            fault, [&] { return SqliteStore::locations(file, found, report); },
+            [&](EAFResult result) {
                 EXPECT_EQ(fault.result, result);
-            }
-            EXPECT_EQ(generation(1), stored());
-        });
+                ReportRecorder ignored;
+                EXPECT_EQ(eAF_S_OK, SqliteStore::locations(file, found, ignored));
+                EXPECT_EQ(std::vector<unsigned long>{1}, found);
+            });
     }
 }
 
@@ -158,7 +192,7 @@ TEST_P(SqliteCallFaultsTest, AStore_FailsWithACodeAndLeavesTheOldValues) {
                 break;
             }
             EXPECT_EQ(fault.result, result);
-            EXPECT_TRUE(fault.code == SQLITE_NOMEM || !report.errors().empty());
+            EXPECT_TRUE(fault.result == eAF_E_OUT_OF_MEMORY || !report.errors().empty());
             ASSERT_EQ(eAF_S_OK, store.read(values, report)) << report.errors();
             EXPECT_EQ(generation(1), test::sorted(values));
             EXPECT_EQ(eAF_S_OK, store.write(generation(2), report)) << "and the next one goes on";

@@ -112,4 +112,28 @@ TEST_F(SqliteOpenFaultsTest, AFileThatMayNotBeWritten_IsReadWithAWarningAndRefus
     EXPECT_THAT(report.errors(), HasSubstr("make the file, its folder and its disk writable"));
 }
 
+TEST_F(SqliteOpenFaultsTest, AFolderThatTakesNoLockFile_IsReadWithAWarningAndWrittenOnceItDoes) {
+    for (const bool isThere : {true, false}) {
+        if (isThere) {
+            store({int32Value("A", 1)});
+        }
+        report.lines.clear();
+        SqliteStore host(file, 1);
+        {
+            const FailingOpen failing("store.db.lock", FailingOpen::Which::all, EROFS);
+            start(host);
+            EXPECT_EQ(isThere, report.warnings().find(file + ": opened for reading only") != std::string::npos);
+            EXPECT_EQ(eAF_E_WRONG_ACCESS, host.write(changed, report));
+            EXPECT_GT(failing.failures(), 0u);
+        }
+        EXPECT_THAT(report.errors(), HasSubstr(file + ": it was opened for reading only; make its folder writable"));
+        report.lines.clear();
+        EXPECT_EQ(eAF_S_OK, host.write(changed, report)) << report.errors();
+        EXPECT_EQ(changed, stored());
+        for (const std::string &name : folder.names()) {
+            std::filesystem::remove(folder.file(name));
+        }
+    }
+}
+
 } // namespace

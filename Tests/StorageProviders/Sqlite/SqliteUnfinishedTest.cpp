@@ -179,6 +179,32 @@ TEST_F(SqliteUnfinishedTest, AReaderThatMayNotWriteThere_LeavesItAndSaysWhatToDo
     EXPECT_EQ(values, test::sorted(read));
 }
 
+TEST_F(SqliteUnfinishedTest, AReaderThatCanNotLock_LeavesItAndSaysWhatStandsInTheWay) {
+    cutShort();
+    std::filesystem::remove(file + ".lock");
+    std::filesystem::create_directory(file + ".lock");
+    SqliteStore reader(file, 1);
+    EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, reader.open(Access::readOnly, report));
+    EXPECT_THAT(report.errors(), HasSubstr("store.db.lock can not be opened (Is a directory)"));
+    EXPECT_TRUE(isUntouched());
+    std::filesystem::remove(file + ".lock");
+    EXPECT_EQ(eAF_S_OK, reader.open(Access::readOnly, report)) << "once nothing does";
+}
+
+TEST_F(SqliteUnfinishedTest, AHostThatMayNotWriteThere_LeavesItAndSaysWhatToDo) {
+    cutShort();
+    SqliteStore host(file, 1);
+    {
+        const FailingOpen failing("store.db.lock", FailingOpen::Which::all, EROFS);
+        EXPECT_EQ(eAF_E_WRONG_ACCESS, host.open(Access::readWrite, report));
+        EXPECT_GT(failing.failures(), 0u);
+    }
+    EXPECT_THAT(report.errors(), HasSubstr(file + ": a store was cut short and can not be rolled back; make the file, "
+                                                  "its folder and its disk writable"));
+    EXPECT_TRUE(isUntouched());
+    EXPECT_EQ(eAF_S_OK, host.open(Access::readWrite, report)) << "once it may";
+}
+
 TEST_F(SqliteUnfinishedTest, AnotherProgramsDatabase_IsNotRolledBack) {
     torn.replace(68, 4, 4, '\0'); // whose it is
     cutShort();

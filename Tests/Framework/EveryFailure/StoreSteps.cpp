@@ -1,0 +1,185 @@
+// The storage manager and whatever keeps the variables below it; the classes beside it; the broker.
+#include <cstring>
+
+#include "ScenarioParts.h"
+
+namespace test {
+
+void Scenario::addStorage() {
+    const Backend &backend = m_backend;
+    add("CStorageManager_Initialize", [] { return CStorageManager_Initialize(); });
+    add("CStorageManager_RegisterLocation", [] {
+        return CStorageManager_RegisterLocation(Parts::locationId, longName.c_str(), 16, 77);
+    }).needs();
+    add("CStorageManager_RegisterStorageProvider", [&backend] {
+        return CStorageManager_RegisterStorageProvider(backend.table(), 3, longName.c_str());
+    }).needs();
+    add("CStorageManager_AssignStorageProviderToLocation", [] {
+        return CStorageManager_AssignStorageProviderToLocation(Parts::locationId, 3);
+    }).needs();
+    // What the database could not take is answered as any other refusal of it.
+    add("CStorageManager_RegisterRegion", [this] {
+        return CStorageManager_RegisterRegion(&m_parts->region);
+    }).needs({eAF_E_FAILED});
+    Step &named = add("a provider's SetFile", [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
+    if (backend.keepsFiles) {
+        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY}); // a link that the kernel has no memory for
+    }
+    add("CStorageManager_ReserveWritableSpace",
+        [] { return CStorageManager_ReserveWritableSpace(Parts::locationId, 4096); });
+    // Its answer tells nothing: what could not be filed is filed by the next one.
+    add("CStorageManager_UpdatePathHashTable", [] { return CStorageManager_UpdatePathHashTable(); }).ignores();
+}
+
+void Scenario::addStores() {
+    Parts &p = *m_parts;
+    // Memory or a call that failed below it is the provider's failure, which the manager answers as its own; what the
+    // provider could do without is no failure.
+    const auto provider = [&](const char *operation, std::function<std::uint32_t()> run) -> Step & {
+        return add(operation, std::move(run)).needs({eAF_E_FAILED, eAF_S_OK}).leaves().usesTheStore();
+    };
+    const auto retrieve = [&](std::int32_t expected) {
+        provider("CStorageManager_RetrieveAll", [&p, expected] {
+            const EAFResult result = CStorageManager_RetrieveAll();
+            return result != eAF_S_OK || p.generation() == expected ? result : wrongEffect;
+        });
+    };
+    const auto store = [&](std::int32_t generation) {
+        provider("CStorageManager_StoreAll", [&p, generation] {
+            p.setGeneration(generation);
+            return CStorageManager_StoreAll();
+        });
+    };
+    provider("CStorageManager_InitializeAllProviders", [] { return CStorageManager_InitializeAllProviders(); });
+    retrieve(5); // the defaults
+    store(1);
+    store(2);
+    add("the host's own change", [&p] {
+        p.setGeneration(9);
+        return eAF_S_OK;
+    });
+    retrieve(2);
+    store(3);
+    // A new start: the store is opened anew.
+    add("a provider's end", [this] { return m_backend.keepsFiles ? m_backend.close() : eAF_S_OK; });
+    Step &named = add("a provider's SetFile", [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
+    if (m_backend.keepsFiles) {
+        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY});
+    }
+    retrieve(3);
+    store(4);
+    add("CStorageManager_StoreAllWritable", [] {
+        return CStorageManager_StoreAllWritable();
+    }).answers(eAF_E_NOT_IMPLEMENTED);
+    add("CStorageManager_GetVariableByPath", [&p] {
+        CVariable *variable = nullptr;
+        const EAFResult result = CStorageManager_GetVariableByPath("Cfg/Radio/Number0", &variable);
+        return result != eAF_S_OK || variable->content == p.numbers.data() ? result : wrongEffect;
+    });
+    add("CStorageManager_GetVariableContentAddressByPath", [&p] {
+        void *content = nullptr;
+        unsigned long size = 0;
+        const EAFResult result = CStorageManager_GetVariableContentAddressByPath(
+            "Cfg/Radio/Nested object with its own name/Number1", &content, &size);
+        return result != eAF_S_OK || (content == &p.numbers[1] && size == 4) ? result : wrongEffect;
+    });
+    add("CStorageManager_GetVariableByName", [] {
+        CVariable *variable = nullptr;
+        return CStorageManager_GetVariableByName("Blob", &variable);
+    });
+    add("CStorageManager_GetVariableContentAddressByName", [&p] {
+        void *content = nullptr;
+        unsigned long size = 0;
+        const EAFResult result = CStorageManager_GetVariableContentAddressByName("Blob", &content, &size);
+        return result != eAF_S_OK || (content == p.blob.data() && size == Parts::blobSize) ? result : wrongEffect;
+    });
+    provider("CStorageManager_ReassignStorageProviderToLocation",
+             [] { return CStorageManager_ReassignStorageProviderToLocation(Parts::locationId, 3); });
+    add("CStorageManager_RemoveRegionFromLocation",
+        [] { return CStorageManager_RemoveRegionFromLocation("Cfg", Parts::locationId); });
+    add("CStorageManager_Uninitialize", [] { return CStorageManager_Uninitialize(); });
+}
+
+void Scenario::addStorageClasses() {
+    Parts &p = *m_parts;
+    add("SLocationDescriptor::SLocationDescriptor", [&p] {
+        p.location.emplace(longName, 6, 0, 16);
+        return eAF_S_OK;
+    }).needs({thrownBadAlloc});
+    add("SProviderDescriptor::SProviderDescriptor", [&p] {
+        p.provider.emplace(longName, 4, tableInMemory());
+        return eAF_S_OK;
+    }).needs({thrownBadAlloc});
+    add("SProviderDescriptor::addLocation", [&p] {
+        p.provider->addLocation(&*p.location);
+        return eAF_S_OK;
+    }).needs({thrownBadAlloc});
+    add("SLocationDescriptor::markProviderAssigned", [&p] {
+        p.location->markProviderAssigned(4, &*p.provider);
+        return eAF_S_OK;
+    });
+    add("SLocationDescriptor::addRegion", [&p] { return p.location->addRegion(&p.described); }).needs();
+    add("SLocationDescriptor::updatePathHashTable", [&p] {
+        p.location->updatePathHashTable();
+        return eAF_S_OK;
+    }).ignores();
+    add("SLocationDescriptor::getVariableByName", [&p] {
+        CVariable *variable = nullptr;
+        return p.location->getVariableByName("Nobody", &variable) || p.location->getVariableByPath("N/o", &variable)
+                   ? wrongEffect
+                   : eAF_S_OK;
+    });
+    add("SLocationDescriptor::reserveWritableSpace", [&p] { return p.location->reserveWritableSpace(10); });
+    add("SProviderDescriptor::reserveWritableSpace", [&p] { return p.provider->reserveWritableSpace(6, 10); });
+    add("SLocationDescriptor::performProviderOperation", [&p] {
+        return p.location->performProviderOperation(ePO_INITIALIZE, tableInMemory(), longName) ? eAF_E_FAILED
+                                                                                               : eAF_S_OK;
+    });
+    add("SProviderDescriptor::performProviderOperation",
+        [&p] { return p.provider->performProviderOperation(ePO_STORE_ALL) ? eAF_E_FAILED : eAF_S_OK; });
+    add("SLocationDescriptor::removeRegion", [&p] { return p.location->removeRegion("Described"); });
+    add("SLocationDescriptor::unassignProvider", [&p] {
+        p.location->unassignProvider();
+        return static_cast<std::uint32_t>(p.provider->locations.size());
+    });
+    add("SProviderDescriptor::deleteLocation", [&p] {
+        p.provider->deleteLocation(6);
+        return eAF_S_OK;
+    });
+    add("SProviderDescriptor::~SProviderDescriptor", [&p] {
+        p.provider.reset();
+        p.location.reset();
+        return eAF_S_OK;
+    });
+}
+
+void Scenario::addBroker() {
+    Parts &p = *m_parts;
+    add("IInterface::IInterface", [&p] {
+        p.anInterface.emplace(longName);
+        return eAF_S_OK;
+    }).needs({thrownBadAlloc});
+    add("InterfaceBroker::registerInterface", [&p] {
+        return InterfaceBroker::getInstance().registerInterface(&*p.anInterface);
+    }).needs({thrownBadAlloc});
+    static const std::string shortName = "short";
+    add("InterfaceBroker::registerInterface", [&p] {
+        return InterfaceBroker::getInstance().registerInterface(shortName, &*p.anInterface);
+    }).needs({thrownBadAlloc});
+    add("InterfaceBroker::registerInterface", [&p] {
+        return InterfaceBroker::getInstance().registerInterface(shortName, &*p.anInterface);
+    }).answers(eAF_W_ALREADY_REGISTERED);
+    add("InterfaceBroker::getInterface", [&p] {
+        IInterface *found = nullptr;
+        const EAFResult result = InterfaceBroker::getInstance().getInterface(longName, &found);
+        return result != eAF_S_OK || (found == &*p.anInterface && found->getName() == longName) ? result : wrongEffect;
+    });
+    add("InterfaceBroker::unregisterInterface",
+        [] { return InterfaceBroker::getInstance().unregisterInterface(shortName, nullptr); });
+    add("InterfaceBroker::clear", [] {
+        InterfaceBroker::getInstance().clear();
+        return eAF_S_OK;
+    });
+}
+
+} // namespace test

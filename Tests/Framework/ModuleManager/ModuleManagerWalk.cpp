@@ -1,0 +1,247 @@
+#include "ModuleManagerWalk.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <iterator>
+#include <vector>
+
+#include "CModuleManager_c.h"
+#include "ModuleRegistry.h"
+#include "TraceRecorder.h"
+
+namespace test {
+
+namespace {
+
+constexpr std::size_t numberOfCallbacks = 8;
+
+struct Probe {
+    SModuleCallback record;
+    std::uint32_t answer;
+};
+std::array<Probe, numberOfCallbacks> probes;
+std::vector<ModuleManagerModel::Call> calls;
+
+EAFResult onCall(void *context, std::uint32_t phaseId, ECallbackPriority priority) {
+    const Probe *probe = static_cast<Probe *>(context);
+    calls.push_back({static_cast<std::size_t>(probe - probes.data()), phaseId, priority});
+    return static_cast<EAFResult>(probe->answer);
+}
+
+} // namespace
+
+ModuleManagerWalk::ModuleManagerWalk(Choices &theChoices) : choices(theChoices) {
+    CModuleManager_UnInitialize();
+    CModuleManager_Initialize();
+    model.answers.assign(numberOfCallbacks, 0);
+    for (Probe &probe : probes) {
+        probe = {{&probe, &onCall}, 0};
+    }
+}
+
+ModuleManagerWalk::~ModuleManagerWalk() {
+    CModuleManager_UnInitialize();
+}
+
+std::string ModuleManagerWalk::name(const char *kind) {
+    const bool isNumberAlone = oneIn(20);
+    return (isNumberAlone ? "" : kind) + std::to_string(below(100));
+}
+
+void ModuleManagerWalk::same(std::uint32_t expected, std::uint32_t actual) {
+    EXPECT_EQ(expected, actual) << "the code of " << what;
+}
+
+void ModuleManagerWalk::registerSomething() {
+    const Id first = id();
+    switch (below(5)) {
+    case 0: {
+        what = "RegisterModule";
+        const std::string text = name("Module");
+        same(model.registerModule(first, text), CModuleManager_RegisterModule(first, text.c_str()));
+        break;
+    }
+    case 1: {
+        what = "RegisterGroup";
+        const std::string text = name("Group");
+        same(model.registerGroup(first, text), CModuleManager_RegisterGroup(first, text.c_str()));
+        break;
+    }
+    case 2: {
+        what = "RegisterBatch";
+        const std::string text = name("Batch");
+        same(model.registerBatch(first, text), CModuleManager_RegisterBatch(first, text.c_str()));
+        break;
+    }
+    case 3: {
+        what = "RegisterPhase";
+        const std::string text = name("Phase");
+        same(model.registerPhase(first, text), CModuleManager_RegisterPhase(first, text.c_str()));
+        break;
+    }
+    default: {
+        what = "InsertPhaseIntoBatch";
+        const Id group = id();
+        const Id batch = id();
+        same(model.insertPhaseIntoBatch(first, group, batch), CModuleManager_InsertPhaseIntoBatch(first, group, batch));
+        break;
+    }
+    }
+}
+
+void ModuleManagerWalk::registerCallback() {
+    what = "RegisterCallback";
+    const Id module = id();
+    const Id batch = id();
+    const std::string text = name("Callback");
+    const std::uint32_t onChannel = channel();
+    const std::uint32_t atPriority = priority();
+    const std::size_t callback = below(numberOfCallbacks);
+    ModuleManagerModel::Filter filter{oneIn(2), {}};
+    const bool isOdd = oneIn(20);
+    const std::uint32_t length = filter.given == isOdd ? 0 : 1 + below(4);
+    for (std::uint32_t i = 0; i < length; ++i) {
+        filter.phases.push_back(id());
+    }
+    // A count without a filter: the library must not read what the pointer does not offer.
+    static const std::uint32_t noPhase = 0;
+    const std::uint32_t *phases = filter.phases.empty() ? &noPhase : filter.phases.data();
+    same(model.registerCallback(module, text, onChannel, callback, atPriority, batch, filter),
+         CModuleManager_RegisterCallback(module, text.c_str(), onChannel, &probes[callback].record,
+                                         static_cast<ECallbackPriority>(atPriority), batch,
+                                         filter.given ? phases : nullptr, length));
+}
+
+void ModuleManagerWalk::force() {
+    CModuleManager_c &registry = CModuleManager_c::instance();
+    if (oneIn(2) && model.numberOfBatches() != 0) {
+        what = "an entry of any phase";
+        const std::uint32_t batch = below(static_cast<std::uint32_t>(model.numberOfBatches()));
+        const Id group = id();
+        const Id phase = id();
+        model.forceEntry(batch, group, phase);
+        std::next(registry.batches.begin(), batch)->entries.push_back({group, phase});
+    } else if (model.numberOfPhases() != 0) {
+        what = "a callback of any module";
+        const std::uint32_t phase = below(static_cast<std::uint32_t>(model.numberOfPhases()));
+        const Id module = id();
+        const std::uint32_t onChannel = channel();
+        const std::uint32_t atPriority = priority();
+        const std::size_t callback = below(numberOfCallbacks);
+        model.forceCallback(phase, module, onChannel, callback, atPriority, "Forced");
+        std::next(registry.phases.begin(), phase)
+            ->callbacks.push_back(
+                {module, onChannel, &probes[callback].record, static_cast<ECallbackPriority>(atPriority), "Forced"});
+    }
+}
+
+void ModuleManagerWalk::run() {
+    const Id group = id();
+    const std::uint32_t onChannel = channel();
+    if (oneIn(4)) {
+        what = "RunGroup";
+        same(model.runGroup(group, onChannel, 0), CModuleManager_RunGroup(group, onChannel));
+        return;
+    }
+    what = "RunGroupWithReturnOption";
+    const std::uint32_t option = any({0, 0, 0, 1, 2, 0x80000000, 0xFFFFFFFF});
+    same(model.runGroup(group, onChannel, option), CModuleManager_RunGroupWithReturnOption(group, onChannel, option));
+}
+
+void ModuleManagerWalk::changeAnswers() {
+    what = "nothing";
+    const std::size_t callback = below(numberOfCallbacks);
+    const std::uint32_t answer = any({0, 0, 0, 0, 0, 2, 0x1001, 0x7FFF, 0x8000, 0x8005, 0x800D, 0xFFFFFFFF});
+    probes[callback].answer = answer;
+    model.answers[callback] = answer;
+}
+
+void ModuleManagerWalk::query() {
+    const Id which = id();
+    switch (below(3)) {
+    case 0: {
+        what = "SetModuleState";
+        const std::uint32_t state = below(50);
+        same(model.setModuleState(which, state), CModuleManager_SetModuleState(which, state));
+        break;
+    }
+    case 1: {
+        what = "QueryModuleState";
+        std::uint32_t expected = 0;
+        std::uint32_t actual = 0xA5A5A5A5u;
+        same(model.queryModuleState(which, expected), CModuleManager_QueryModuleState(which, &actual));
+        EXPECT_EQ(expected, actual);
+        break;
+    }
+    default: {
+        what = "GetPhaseName";
+        std::string expected = "(null)";
+        const char *actual = "left over";
+        same(model.getPhaseName(which, expected), CModuleManager_GetPhaseName(which, &actual));
+        EXPECT_EQ(expected, actual != nullptr ? actual : "(null)");
+        break;
+    }
+    }
+}
+
+void ModuleManagerWalk::operate() {
+    const std::uint32_t dice = below(100);
+    if (dice < 45) {
+        registerSomething();
+    } else if (dice < 60) {
+        registerCallback();
+    } else if (dice < 62) {
+        force();
+    } else if (dice < 75) {
+        run();
+    } else if (dice < 80) {
+        changeAnswers();
+    } else if (dice < 84) {
+        what = "UnregisterModule";
+        const Id module = id();
+        same(model.unregisterModule(module), CModuleManager_UnregisterModule(module));
+    } else if (dice < 99 || !oneIn(5)) {
+        query();
+    } else {
+        what = "UnInitialize";
+        model.unInitialize();
+        same(0, CModuleManager_UnInitialize());
+    }
+}
+
+void ModuleManagerWalk::compare() {
+    const std::vector<Trace> records = TraceRecorder::records();
+    std::vector<Line> lines;
+    for (const Trace &trace : records) {
+        EXPECT_EQ(levelOf(trace.code), trace.level);
+        EXPECT_TRUE(trace.hasCodeLine);
+        lines.push_back({trace.function, trace.message, trace.code});
+    }
+    EXPECT_EQ(model.lines, lines);
+    ASSERT_EQ(model.calls.size(), calls.size());
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        EXPECT_EQ(model.calls[i].callback, calls[i].callback) << "call " << i;
+        EXPECT_EQ(model.calls[i].phaseId, calls[i].phaseId) << "call " << i;
+        EXPECT_EQ(model.calls[i].priority, calls[i].priority) << "call " << i;
+    }
+    EXPECT_EQ(model.numberOfModules(), CModuleManager_GetNumberOfRegisteredModules());
+}
+
+void ModuleManagerWalk::step() {
+    TraceRecorder::reset();
+    calls.clear();
+    model.lines.clear();
+    model.calls.clear();
+
+    operate();
+    compare();
+
+    linesSeen += model.lines.size();
+    callsSeen += model.calls.size();
+    for (const Line &line : model.lines) {
+        failuresSeen += line.code >= 0x1000 ? 1 : 0;
+    }
+}
+
+} // namespace test

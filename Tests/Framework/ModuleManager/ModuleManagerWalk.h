@@ -1,0 +1,63 @@
+/// @file
+/// Operations on the module manager and on its model, one after the other; whatever the two can show is compared after
+/// each. What is done is chosen by somebody else.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "Choices.h"
+#include "ModuleManagerModel.h"
+
+namespace test {
+
+/// One at a time: the module manager is the process's.
+class ModuleManagerWalk {
+public:
+    explicit ModuleManagerWalk(Choices &choices);
+    ~ModuleManagerWalk();
+    ModuleManagerWalk(const ModuleManagerWalk &) = delete;
+    ModuleManagerWalk &operator=(const ModuleManagerWalk &) = delete;
+
+    /// Fails the test where the two differ.
+    void step();
+
+    const std::string &lastOperation() const { return what; }
+
+    std::size_t linesSeen = 0;
+    std::size_t callsSeen = 0;
+    std::size_t failuresSeen = 0;
+
+private:
+    using Id = ModuleManagerModel::Id;
+
+    std::uint32_t below(std::uint32_t limit) { return choices.below(limit); }
+    bool oneIn(std::uint32_t chances) { return choices.oneIn(chances); }
+    template <std::size_t size>
+    std::uint32_t any(const std::uint32_t (&values)[size]) {
+        return choices.any(values);
+    }
+
+    /// Few enough to collide, the edges of signed and unsigned among them.
+    Id id() { return any({0, 1, 2, 5, 0x7FFFFFFF, 0xFFFFFFFE}); }
+    std::uint32_t channel() { return any({1, 1, 1, 2, 2, 2, 3, 4, 100, 100, 100, 100, 0, 5, 0xFFFFFFFF}); }
+    std::uint32_t priority() { return any({0, 1, 2, 3, 4, 5, 6, 3, 3, 7, 0xFFFFFFFF}); }
+    std::string name(const char *kind);
+
+    void operate();
+    void registerSomething();
+    void registerCallback();
+    void force();
+    void run();
+    void changeAnswers();
+    void query();
+    void compare();
+    void same(std::uint32_t expected, std::uint32_t actual);
+
+    Choices &choices;
+    ModuleManagerModel model;
+    std::string what;
+};
+
+} // namespace test
