@@ -41,9 +41,10 @@ if(ZELAF_SANITIZE)
   endif()
 endif()
 
-if(ZELAF_COVERAGE)
-  add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
+if(ZELAF_FUZZ)
+  # Counts what an input reaches; the fuzzer itself is linked by the harnesses.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 
 find_package(Threads REQUIRED)
