@@ -1,0 +1,12 @@
+#include "StorageRows.h"
+
+#include "Comparison.h"
+
+namespace speed {
+
+void addStorageRows() {
+    addLookUpRows();
+    addPathTableRows();
+}
+
+} // namespace speed
