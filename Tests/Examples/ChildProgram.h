@@ -23,6 +23,8 @@ public:
     /// without it.
     bool waitForOutput(const std::string &text);
 
+    pid_t process() const { return m_process; }
+
     void send(int signalNumber) const;
 
     /// Reads to the end. @return the exit code; minus the signal's number when a signal ended the program, or when

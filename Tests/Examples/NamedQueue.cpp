@@ -28,11 +28,15 @@ std::string nameOfSize(const std::string &suffix) {
 } // namespace
 
 std::int32_t port() {
+    return portOf(getpid());
+}
+
+std::int32_t portOf(pid_t process) {
     // Tests run side by side, each in its own process: process ids that are in use at the same time are no
     // multiple of this range apart.
     constexpr std::int32_t first = 10000;
     constexpr std::int32_t range = 50000;
-    return first + static_cast<std::int32_t>(getpid() % range);
+    return first + static_cast<std::int32_t>(process % range);
 }
 
 std::string queueName(const std::string &listener) {

@@ -13,6 +13,9 @@ namespace test {
 /// A server port of this test process's own.
 std::int32_t port();
 
+/// The port that a test would have whose process that is; nobody else takes it while that process is there.
+std::int32_t portOf(pid_t process);
+
 /// The name of a listener's queue at that port.
 std::string queueName(const std::string &listener);
 

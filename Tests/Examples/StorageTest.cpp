@@ -109,8 +109,9 @@ TEST_P(Storage, ADamagedStore_IsSetAsideAndTheHostStartsWithDefaults) {
 TEST_P(Storage, ASecondHostOnTheSameStore_LeavesItAlone) {
     ChildProgram first(RADIO_UNIT_CONTROLLER, with({"--stay"}));
     ASSERT_TRUE(first.waitForOutput("Running until"));
-    ChildProgram second(RADIO_UNIT_CONTROLLER, {"--port", std::to_string(test::port() + 1), "--storage", GetParam(),
-                                                "--store-folder", m_folder});
+    // A port of this test's own: the one after the first's is that of the test next to it.
+    const std::string port = std::to_string(test::portOf(first.process()));
+    ChildProgram second(RADIO_UNIT_CONTROLLER, {"--port", port, "--storage", GetParam(), "--store-folder", m_folder});
     EXPECT_EQ(second.exitCode(), 0);
     EXPECT_TRUE(contains(second.output(), "the store can not be used, the defaults hold"));
     EXPECT_TRUE(contains(second.output(), "-> ParameterStore     nothing was stored"));
