@@ -18,6 +18,9 @@ namespace {
 char fullPathBuffer[512];
 char messageBuffer[150];
 
+/// More than any path that is met in practice: sixteen objects inside one another, of the longest names.
+constexpr std::size_t usualObjectPath = 16 * sizeof CStorageObject::name;
+
 void destructRegion(CStorageRegion *region) {
     const bool isOwned = CStorageRegion_IsDynamicallyAllocated(region) != 0;
     CStorageRegion_Destruct(region);
@@ -45,25 +48,17 @@ bool isEntered(const EnteredObject *innermost, const CStorageObject *object) {
 class CutPath {
 public:
     void append(const char *part) {
-        const std::size_t partLength = std::strlen(part);
-        if (m_length < sizeof m_text - 1) {
-            const std::size_t fitting = std::min(partLength, sizeof m_text - 1 - m_length);
-            std::memcpy(m_text + m_length, part, fitting);
-            m_text[m_length + fitting] = '\0';
-        }
-        m_length += partLength;
-        m_longest = std::max(m_longest, m_length);
+        af::appendBounded(m_text, std::min(m_length, sizeof m_text - 1), part);
+        m_length += std::strlen(part);
     }
     /// What is appended next ends the text there.
     void cutTo(std::size_t length) { m_length = length; }
     const char *text() const { return m_text; }
     std::size_t length() const { return m_length; }
-    std::size_t longest() const { return m_longest; }
 
 private:
     char m_text[512] = {};
     std::size_t m_length = 0;
-    std::size_t m_longest = 0;
 };
 
 /// Meets the plain variables that a walk meets, without a word and without memory.
@@ -98,23 +93,17 @@ void visitQuietly(CutPath &path, CStorageObject *object, const EnteredObject *ou
     path.cutTo(outerLength);
 }
 
-/// @return a length that no object's path exceeds.
-std::size_t longestPath(const CDatabase &database) {
-    CutPath path;
-    for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database.regions)) {
-        for (CStorageObject *object : af::ElementsOf<CStorageObject>(region->objects)) {
-            visitQuietly(path, object, nullptr, [](const CVariable & /*variable*/) {});
-        }
-    }
-    return path.longest();
-}
-
 struct Walk {
     CDatabase *database;
     DatabaseAction action;
+    bool usesPaths; ///< The full path is made for the action.
     const char *regionName;
     std::string objectPath; ///< Of the innermost object.
 };
+
+/// The object whose path the buffer begins with, up to its variables' names: they are put there one after another.
+const EnteredObject *prefixOwner = nullptr;
+std::size_t prefixLength = 0;
 
 EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const EnteredObject *outer);
 
@@ -161,8 +150,16 @@ bool walkObjectArray(Walk &walk, CVariable *variable, const EnteredObject *outer
     return isWhole;
 }
 
+void makeFullPath(const Walk &walk, const EnteredObject &object, const char *name) {
+    if (prefixOwner != &object) {
+        prefixLength = af::joinBounded(fullPathBuffer, walk.regionName, walk.objectPath, "");
+        prefixOwner = &object;
+    }
+    af::appendBounded(fullPathBuffer, prefixLength, name);
+}
+
 /// @return an error only when the variable's name can not be read.
-EAFResult walkPlainVariable(Walk &walk, CVariable *variable) {
+EAFResult walkPlainVariable(Walk &walk, CVariable *variable, const EnteredObject &object) {
     ++walk.database->noOfVariablesProcessed;
     const char *name = nullptr;
     const EAFResult named = CVariable_GetName(variable, &name);
@@ -170,7 +167,9 @@ EAFResult walkPlainVariable(Walk &walk, CVariable *variable) {
         AF_TRACE_AS("CDatabase_DoObjectOperation", named, "Could not get variable name");
         return named;
     }
-    af::joinBounded(fullPathBuffer, walk.regionName, walk.objectPath, name);
+    if (walk.usesPaths) {
+        makeFullPath(walk, object, name);
+    }
     const EAFResult done =
         walk.action(walk.database, variable, fullPathBuffer, walk.regionName, walk.objectPath.c_str(), name);
     if (af::isError(done)) {
@@ -199,6 +198,7 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
         return result;
     }
     const EnteredObject entered{object, outer};
+    prefixOwner = nullptr; // one that has ended may have stood where this one stands
     bool isWhole = true;
     while (result != eAF_W_NO_MORE_DATA) {
         CVariable *variable = nullptr;
@@ -213,7 +213,7 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
         } else if (type == TYPE_OBJECT_ARRAY) {
             isWhole = walkObjectArray(walk, variable, &entered) && isWhole;
         } else {
-            const EAFResult walked = walkPlainVariable(walk, variable);
+            const EAFResult walked = walkPlainVariable(walk, variable, entered);
             if (af::isError(walked)) {
                 return walked;
             }
@@ -222,10 +222,10 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
     return isWhole ? eAF_S_OK : eAF_E_FAILED;
 }
 
-EAFResult walkRegions(CDatabase *database, DatabaseAction action) {
+EAFResult walkRegions(CDatabase *database, DatabaseAction action, bool usesPaths) {
     database->noOfVariablesProcessed = 0;
-    Walk walk{database, action, nullptr, {}};
-    walk.objectPath.reserve(longestPath(*database)); // memory runs out here, before the first action, or not at all
+    Walk walk{database, action, usesPaths, nullptr, {}};
+    walk.objectPath.reserve(usualObjectPath); // memory runs out here, before the first action
     bool isWhole = true;
     for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database->regions)) {
         char *regionName = nullptr;
@@ -259,6 +259,13 @@ EAFResult CDatabase_ActionUpdateHash(CDatabase *database, CVariable *variable, c
         return eAF_E_FAILED;
     }
     return eAF_S_OK;
+}
+
+EAFResult walkWithoutPaths(CDatabase *database, DatabaseAction action) {
+    if (database == nullptr) {
+        return eAF_E_INVALID_ARGUMENT;
+    }
+    return af::withOutOfMemoryAsCode([&] { return walkRegions(database, action, false); });
 }
 
 EAFResult CDatabase_ActionSetAsNotRetrieved(CDatabase * /*database*/, CVariable *variable, const char * /*fullPath*/,
@@ -496,7 +503,7 @@ EAFResult CDatabase_DoVariableOperation(CDatabase *database, DatabaseAction acti
     if (database == nullptr || action == nullptr) {
         return eAF_E_INVALID_ARGUMENT;
     }
-    return af::withOutOfMemoryAsCode([&] { return walkRegions(database, action); });
+    return af::withOutOfMemoryAsCode([&] { return walkRegions(database, action, true); });
 }
 
 EAFResult CDatabase_UpdatePathHashTable(CDatabase *database) {
@@ -504,9 +511,9 @@ EAFResult CDatabase_UpdatePathHashTable(CDatabase *database) {
 }
 
 EAFResult CDatabase_SetAsNotRetrieved(CDatabase *database) {
-    return CDatabase_DoVariableOperation(database, CDatabase_ActionSetAsNotRetrieved);
+    return walkWithoutPaths(database, CDatabase_ActionSetAsNotRetrieved);
 }
 
 EAFResult CDatabase_SetNotRetrievedVariablesToDefault(CDatabase *database) {
-    return CDatabase_DoVariableOperation(database, CDatabase_ActionSetToDefault);
+    return walkWithoutPaths(database, CDatabase_ActionSetToDefault);
 }

@@ -44,6 +44,12 @@ EAFResult noteOnly(CDatabase *, CVariable *, const char *fullPath, const char *,
     return eAF_S_OK;
 }
 
+EAFResult noteAndAnswer(CDatabase *, CVariable *variable, const char *fullPath, const char *, const char *,
+                        const char *) {
+    visits.push_back({fullPath, "", "", "", fullPath});
+    return answer(variable);
+}
+
 class DatabaseWalk : public testing::Test {
 protected:
     DatabaseWalk() {
@@ -261,6 +267,38 @@ TEST_F(DatabaseWalk, AFullPath_IsCutTo511BytesTheObjectPathIsNot) {
 }
 
 // The actions
+
+TEST_F(DatabaseWalk, ObjectsDeeperThanAnyHostHas_HaveTheirWholePaths) {
+    const std::string name(119, 'n');
+    std::string expected = "Radio";
+    CStorageObject *innermost = radio;
+    for (int depth = 0; depth < 20; ++depth) {
+        innermost = tree.nested(innermost, name);
+        expected += "/" + name;
+    }
+    tree.integer(innermost, "Deep");
+    tree.integer(radio, "Behind");
+    EXPECT_EQ(eAF_S_OK, walk());
+    ASSERT_EQ(2u, visits.size());
+    EXPECT_EQ(expected, visits[0].objectPath);
+    EXPECT_EQ(("Cfg/" + expected).substr(0, 511), visits[0].fullPath);
+    EXPECT_EQ("Cfg/Radio/Behind", visits[1].fullPath);
+}
+
+TEST_F(DatabaseWalk, AnActionThatWalksAnotherDatabase_SpoilsNoPathBehindIt) {
+    tree.integer(radio, "First");
+    tree.integer(radio, "Second");
+    CDatabase other{};
+    CDatabase_Construct(&other, 8);
+    CStorageRegion *otherRegion = tree.region("Calibration");
+    CDatabase_AddRegion(&other, otherRegion);
+    tree.integer(tree.objectIn(otherRegion, "Receiver"), "Offset");
+    answer = [&other](CVariable *) { return CDatabase_DoVariableOperation(&other, noteOnly); };
+    EXPECT_EQ(eAF_S_OK, CDatabase_DoVariableOperation(&database, noteAndAnswer));
+    EXPECT_THAT(paths(), ElementsAre("Cfg/Radio/First", "Calibration/Receiver/Offset", "Cfg/Radio/Second",
+                                     "Calibration/Receiver/Offset"));
+    CDatabase_Destruct(&other);
+}
 
 TEST_F(DatabaseWalk, SetAsNotRetrieved_ClearsEveryFlag) {
     CVariable *a = tree.integer(radio, "A");
