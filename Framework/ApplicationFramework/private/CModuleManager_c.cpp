@@ -336,6 +336,28 @@ private:
     std::size_t m_place = 0;
 };
 
+/// The phases of a run, in the same way: a batch mostly has them in the order of their registration. A phase keeps its
+/// place until everything is freed, which ends the run.
+class PhaseSearch {
+public:
+    SPhaseDescriptor *find(std::uint32_t id) {
+        std::list<SPhaseDescriptor> &phases = registry.phases;
+        const auto hasId = [id](const SPhaseDescriptor &phase) { return phase.id == id; };
+        auto found = std::find_if(m_place, phases.end(), hasId);
+        if (found == phases.end()) {
+            found = std::find_if(phases.begin(), m_place, hasId);
+            if (found == m_place) {
+                return nullptr;
+            }
+        }
+        m_place = found;
+        return &*found;
+    }
+
+private:
+    std::list<SPhaseDescriptor>::iterator m_place = registry.phases.begin();
+};
+
 /// One descriptor whose turn has come. Names and records are asked for anew when the callback changed the
 /// registry under the run.
 /// @return whether the callback succeeded.
@@ -371,8 +393,8 @@ bool runCallback(const SPhaseDescriptor &phase, const SCallbackDescriptor &descr
 
 /// All passes of one phase.
 /// @return whether the phase is registered and no callback failed.
-bool runPhase(std::uint32_t phaseId, std::uint32_t channel, bool stopAtFirstFailure) {
-    const SPhaseDescriptor *phase = find(registry.phases, phaseId);
+bool runPhase(PhaseSearch &phases, std::uint32_t phaseId, std::uint32_t channel, bool stopAtFirstFailure) {
+    const SPhaseDescriptor *phase = phases.find(phaseId);
     if (phase == nullptr) {
         AF_TRACE_AS(runnerLabel, eAF_E_UNKNOWN_PHASE, "Could not find phase with id = %u", phaseId);
         return false;
@@ -422,6 +444,7 @@ EAFResult CModuleManager_RunGroupWithReturnOption(uint32_t groupId, uint32_t rad
     AF_TRACE(eAF_DEBUG, "GROUP: %s", group->name.c_str());
     const std::uint32_t emptiedBefore = registry.timesEmptied;
     EAFResult result = eAF_S_OK;
+    PhaseSearch phases;
     for (const SBatchDescriptor &batch : registry.batches) {
         AF_TRACE(eAF_DEBUG, "  Running batch %s", batch.name.c_str());
         for (std::size_t i = 0; i < batch.entries.size(); ++i) {
@@ -429,7 +452,7 @@ EAFResult CModuleManager_RunGroupWithReturnOption(uint32_t groupId, uint32_t rad
             if (entry.groupId != groupId) {
                 continue;
             }
-            const bool succeeded = runPhase(entry.phaseId, radioChannel, returnOption != 0);
+            const bool succeeded = runPhase(phases, entry.phaseId, radioChannel, returnOption != 0);
             if (registry.timesEmptied != emptiedBefore) {
                 return eAF_E_FAILED;
             }
