@@ -193,6 +193,8 @@ struct CHashTableContents {
         }
         const std::uint8_t tag = tagOf(hash);
         for (Probe probe(hash, noOfGroups);; probe.next()) {
+            __builtin_prefetch(
+                &entries[probe.place()]); // both are far away in a large table, and one is asked for first
             const Group group = groupAt(&tags[probe.place()]);
             for (Group found = matches(group, tag); found != 0; found &= found - 1) {
                 const std::size_t place = probe.place() + firstOf(found);
