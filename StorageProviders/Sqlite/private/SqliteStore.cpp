@@ -1,6 +1,7 @@
 #include "SqliteStore.h"
 
 #include <limits>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -208,8 +209,8 @@ int SqliteStore::readRowIds() {
 
 Failure SqliteStore::storeRows(const ValueViews &values) {
     Statement update(m_file->database(), updateRowSql);
-    Statement insert(m_file->database(), insertRowSql);
-    int code = update.failure() != SQLITE_OK ? update.failure() : insert.failure();
+    std::optional<Statement> insert; // most stores need none, and it takes as long to prepare as some rows to store
+    int code = update.failure();
     for (auto value = values.begin(); code == SQLITE_OK && value != values.end(); ++value) {
         bool isUpdated = false;
         const std::int64_t *const id = m_rows.find(value->path);
@@ -217,7 +218,10 @@ Failure SqliteStore::storeRows(const ValueViews &values) {
             code = updateRow(update, *id, *value, isUpdated);
         }
         if (code == SQLITE_OK && !isUpdated) {
-            code = insertRow(insert, *value);
+            if (!insert.has_value()) {
+                insert.emplace(m_file->database(), insertRowSql);
+            }
+            code = insertRow(*insert, *value);
         }
     }
     // While the statements are there: without them the connection forgets what they met.
