@@ -91,6 +91,12 @@ void speed::SocketChannel::receive() {
 
 speed::ZeroMqChannel::ZeroMqChannel(SListenerCallback &callback)
     : m_callback(callback), m_sender(openZeroMq(ZMQ_PAIR)), m_receiver(openZeroMq(ZMQ_PAIR)) {
+    // Ten messages between them, as the queues hold: nobody is to run further ahead than another.
+    constexpr int half = 5;
+    for (void *socket : {m_sender, m_receiver}) {
+        requireZeroMq("zmq_setsockopt", zmq_setsockopt(socket, ZMQ_SNDHWM, &half, sizeof half) == 0 &&
+                                            zmq_setsockopt(socket, ZMQ_RCVHWM, &half, sizeof half) == 0);
+    }
     const std::string address = nextName("inproc://speed-");
     requireZeroMq("zmq_bind", zmq_bind(m_sender, address.c_str()) == 0);
     requireZeroMq("zmq_connect", zmq_connect(m_receiver, address.c_str()) == 0);

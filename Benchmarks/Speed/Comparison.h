@@ -25,6 +25,7 @@ struct Work {
     std::uint64_t parts = 1;   ///< What one iteration is a whole of; the page divides by it.
     std::string partUnit{};    ///< "callback", "event", ...; empty when an iteration is the unit.
     double aimNanoseconds = 0; ///< The most that a part of the library's may cost; 0 when there is no such aim.
+    bool aimsAtNoFlush = false;
 };
 
 /// Loops `for (auto _ : state)`; what stands before and behind the loop is not measured. Counters that it sets are

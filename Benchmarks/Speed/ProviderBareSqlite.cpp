@@ -35,12 +35,9 @@ std::string_view nameOf(EVariableType type) {
 
 class BareSqlite : public Keeper {
 public:
-    BareSqlite(Values &values, const std::string &folder) : m_values(values) {
-        require(sqlite3_open_v2((folder + "/values.db").c_str(), &m_database,
-                                SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr));
-        execute("PRAGMA trusted_schema=OFF;PRAGMA cell_size_check=ON;PRAGMA secure_delete=OFF;"
-                "PRAGMA temp_store=MEMORY;PRAGMA synchronous=FULL;PRAGMA journal_mode=TRUNCATE;"
-                "CREATE TABLE variable(id INTEGER PRIMARY KEY,location INTEGER NOT NULL,path TEXT NOT NULL,"
+    BareSqlite(Values &values, const std::string &folder) : m_values(values), m_file(folder + "/values.db") {
+        connect();
+        execute("CREATE TABLE variable(id INTEGER PRIMARY KEY,location INTEGER NOT NULL,path TEXT NOT NULL,"
                 "type TEXT NOT NULL,count INTEGER NOT NULL,value,UNIQUE(location,path))");
         prepareStatements();
         for (const Value &value : values.all()) {
@@ -48,10 +45,12 @@ public:
         }
         insertAll();
     }
-    ~BareSqlite() override {
-        sqlite3_finalize(m_update);
-        sqlite3_finalize(m_select);
-        sqlite3_close(m_database);
+    ~BareSqlite() override { disconnect(); }
+
+    void close() override { disconnect(); }
+    void open() override {
+        connect();
+        prepareStatements();
     }
 
     void store() override {
@@ -86,6 +85,17 @@ public:
     }
 
 private:
+    void connect() {
+        require(sqlite3_open_v2(m_file.c_str(), &m_database,
+                                SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr));
+        execute("PRAGMA trusted_schema=OFF;PRAGMA cell_size_check=ON;PRAGMA secure_delete=OFF;"
+                "PRAGMA temp_store=MEMORY;PRAGMA synchronous=FULL;PRAGMA journal_mode=TRUNCATE");
+    }
+    void disconnect() {
+        sqlite3_finalize(m_update);
+        sqlite3_finalize(m_select);
+        sqlite3_close(m_database);
+    }
     void require(int code) {
         if (code != SQLITE_OK) {
             throw std::runtime_error(std::string("bare SQLite: ") + sqlite3_errmsg(m_database));
@@ -200,6 +210,7 @@ private:
     }
 
     Values &m_values;
+    std::string m_file;
     Shadow m_shadow;
     absl::flat_hash_map<absl::string_view, const Value *> m_byPath;
     std::array<char, 128> m_text{};

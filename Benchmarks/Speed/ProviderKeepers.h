@@ -21,6 +21,9 @@ public:
     virtual void store() = 0;
     /// Reads everything and gives each variable its value.
     virtual void retrieve() = 0;
+    /// What a process has to do again when it starts; nothing, where retrieve does it all.
+    virtual void close() {}
+    virtual void open() {}
     /// Waits for whatever a store left to a thread of its own: it would run beside the next column.
     virtual void settle() {}
 };

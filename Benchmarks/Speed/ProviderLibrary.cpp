@@ -27,9 +27,9 @@ constexpr Provider plainFile{CFileStorage_GetProvider, CFileStorage_SetFile, CFi
 class ProviderKeeper : public Keeper {
 public:
     ProviderKeeper(const Provider &provider, Values &values, const std::string &folder)
-        : m_provider(provider), m_values(values) {
+        : m_provider(provider), m_values(values), m_file(folder + "/" + provider.file) {
         StorageModel::end(); // the manager holds one or the other
-        requireNoError("the file's name", provider.setFile(location, (folder + "/" + provider.file).c_str()));
+        nameFile();
         requireNoError("a location", CStorageManager_RegisterLocation(
                                          location, "values", static_cast<unsigned long>(values.all().size()), 0));
         requireNoError("a provider", CStorageManager_RegisterStorageProvider(provider.table(), providerId, "measured"));
@@ -45,8 +45,15 @@ public:
 
     void store() override { requireNoError("a store", CStorageManager_StoreAll()); }
     void retrieve() override { requireNoError("a retrieve", CStorageManager_RetrieveAll()); }
+    void close() override {
+        requireNoError("the provider's end", m_provider.end());
+        nameFile();
+    }
+    void open() override { requireNoError("the provider's start", CStorageManager_InitializeAllProviders()); }
 
 private:
+    void nameFile() { requireNoError("the file's name", m_provider.setFile(location, m_file.c_str())); }
+
     void registerVariables() {
         const std::size_t count = m_values.all().size();
         m_objects.resize((count + Values::perObject - 1) / Values::perObject);
@@ -73,6 +80,7 @@ private:
 
     const Provider &m_provider;
     Values &m_values;
+    std::string m_file;
     std::vector<CStorageObject> m_objects;
     std::vector<CStorageRegion> m_regions;
 };

@@ -127,13 +127,24 @@ Body storing(const std::string &provider, std::size_t size, const Change &change
     };
 }
 
-Body retrieving(const std::string &provider, std::size_t size, MakeKeeper make) {
+/// A store that stands open has been looked at, and what it holds is known; one that is opened is read and checked.
+enum class Begin { open, closed };
+
+Body retrieving(const std::string &provider, std::size_t size, MakeKeeper make, Begin begin) {
     return [=](benchmark::State &state) {
         Kept &kept = keptBy(provider, size, make);
         const std::vector<unsigned char> stored = kept.values.contents();
         for (auto _ : state) {
             kept.values.clear();
-            timed(state, [&] { kept.keeper->retrieve(); });
+            if (begin == Begin::closed) {
+                kept.keeper->close();
+            }
+            timed(state, [&] {
+                if (begin == Begin::closed) {
+                    kept.keeper->open();
+                }
+                kept.keeper->retrieve();
+            });
             if (kept.values.contents() != stored) {
                 throw std::runtime_error("what was retrieved is not what was stored");
             }
@@ -170,16 +181,26 @@ void addRows(const std::string &provider, const std::vector<Candidate> &columns,
           Change{"store, none changed", &Values::changeNone}}) {
         work.name = provider + ": " + change.name;
         // What remains without a change is the comparison: that nothing is flushed is the aim.
-        work.aim = change.make == &Values::changeNone ? 0 : aim;
+        work.aimsAtNoFlush = change.make == &Values::changeNone;
+        work.aim = work.aimsAtNoFlush ? 0 : aim;
         for (const Candidate &column : columns) {
             compare(work, column.role, column.who, storing(provider, size, change, column.role, column.make),
                     Clock::manual);
         }
     }
+    work.aimsAtNoFlush = false;
     work.name = provider + ": retrieve";
     work.aim = aim;
     for (const Candidate &column : columns) {
-        compare(work, column.role, column.who, retrieving(provider, size, column.make), Clock::manual);
+        compare(work, column.role, column.who, retrieving(provider, size, column.make, Begin::open), Clock::manual);
+    }
+    work.name = provider + ": open and retrieve";
+    work.aim = 0;
+    for (const Candidate &column : columns) {
+        if (column.role != Role::peer) {
+            compare(work, column.role, column.who, retrieving(provider, size, column.make, Begin::closed),
+                    Clock::manual);
+        }
     }
 }
 

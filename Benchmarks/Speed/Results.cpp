@@ -90,6 +90,7 @@ Json describeRow(const speed::RowResult &row) {
             {"parts", work.parts},
             {"partUnit", work.partUnit},
             {"aimNanoseconds", work.aimNanoseconds},
+            {"aimsAtNoFlush", work.aimsAtNoFlush},
             {"columns", std::move(columns)}};
 }
 

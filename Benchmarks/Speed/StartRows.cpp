@@ -160,7 +160,7 @@ Body initializeEvents(std::uint32_t noOfEvents, std::uint32_t noOfListeners, boo
 void speed::addStartRows() {
     const auto modules = static_cast<std::uint32_t>(radio::moduleTable().size());
     for (const std::uint32_t copies : {1U, 10U, 100U}) {
-        Work work{"start", "the example's host, from its first call of the framework to its last"};
+        Work work{"start", "the example's host without its storage, from its first call of the framework to its last"};
         work.size = std::uint64_t{copies} * modules;
         work.sizeUnit = "modules";
         compare(work, Role::library, "library", startToStop(copies), Clock::manual);

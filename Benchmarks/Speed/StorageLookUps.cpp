@@ -1,6 +1,7 @@
 // Looking variables up by path and by name.
 #include <algorithm>
 #include <cstring>
+#include <list>
 #include <random>
 #include <stdexcept>
 
@@ -9,6 +10,7 @@
 #include "StorageModel.h"
 #include "StorageRows.h"
 #include "StorageTables.h"
+#include "TraceSites.h"
 #include "VT_trace.h"
 
 namespace speed {
@@ -48,7 +50,8 @@ struct Model {
     Tables<UnorderedMap> unordered{};
     Tables<GlibMap> glib{};
     Tables<OrderedMap> ordered{};
-    std::vector<CVariable> records{}; ///< Contiguous, for the scan.
+    std::vector<CVariable> records{};                  ///< Contiguous, for the scan.
+    std::list<std::unique_ptr<CVariable>> scattered{}; ///< The same, as a list that takes them one by one has them.
     std::vector<std::string> names{};
 };
 std::unique_ptr<Model> theModel;
@@ -128,6 +131,18 @@ using LookUp = const CVariable *(*)(const char *path);
     const FlatMap &map = theModel->flat.maps.front();
     const auto found = map.find(viewOf(path));
     return found == map.end() ? nullptr : found->second;
+}
+
+/// What the library has to ask beside: whether the access is to be logged, and whether the miss is to be traced.
+[[gnu::noinline]] const CVariable *askAndFindInFlatMap(const char *path) {
+    traceAsLibrary(path);
+    const FlatMap &map = theModel->flat.maps.front();
+    const auto found = map.find(viewOf(path));
+    if (found != map.end()) {
+        return found->second;
+    }
+    traceAsLibrary(path);
+    return nullptr;
 }
 
 /// The path is hashed once, whatever the number of tables.
@@ -224,6 +239,10 @@ void addPathRow(std::uint32_t variables, std::uint32_t locations, Expected expec
         [](const Model &model) { return model.flat.heap; });
     add(Role::library, "CStorageManager_GetVariableByPath", findByLibrary,
         [](const Model &model) { return StorageModel::of(model.shape).heapOfPaths(); });
+    if (locations == 1) {
+        add(Role::peer, "absl::flat_hash_map and the disabled traces", askAndFindInFlatMap,
+            [](const Model &model) { return model.flat.heap; });
+    }
     add(Role::peer, "std::unordered_map", findInUnorderedMaps, [](const Model &model) { return model.unordered.heap; });
     add(Role::peer, "GHashTable", findInGlibMaps, [](const Model &model) { return model.glib.heap; });
     add(Role::peer, "std::map", findInOrderedMaps, [](const Model &model) { return model.ordered.heap; });
@@ -236,6 +255,15 @@ void addPathRow(std::uint32_t variables, std::uint32_t locations, Expected expec
     for (const CVariable &record : theModel->records) {
         if (std::strcmp(record.name, name) == 0) {
             return &record;
+        }
+    }
+    return nullptr;
+}
+
+[[gnu::noinline]] const CVariable *scanList(const char *name) {
+    for (const std::unique_ptr<CVariable> &record : theModel->scattered) {
+        if (std::strcmp(record->name, name) == 0) {
+            return record.get();
         }
     }
     return nullptr;
@@ -266,6 +294,7 @@ void fillRecords(Model &model) {
         CVariable record{};
         std::memcpy(record.name, variable->name, sizeof record.name);
         model.records.push_back(record);
+        model.scattered.push_back(std::make_unique<CVariable>(record));
         model.names.emplace_back(variable->name);
     }
 }
@@ -316,6 +345,7 @@ void addNameRow(std::uint32_t variables, Expected expected) {
     const StorageModel::Shape shape{variables, 1};
     compare(work, Role::limit, "records side by side, strcmp", scanning(shape, expected, scanRecords));
     compare(work, Role::library, "CStorageManager_GetVariableByName", scanning(shape, expected, scanByLibrary));
+    compare(work, Role::peer, "records behind a list, strcmp", scanning(shape, expected, scanList));
     compare(work, Role::peer, "std::vector of std::string", scanning(shape, expected, scanStrings));
 }
 
@@ -326,16 +356,16 @@ void endLookUps() {
 }
 
 void addLookUpRows() {
+    for (const Expected expected : {Expected::hit, Expected::miss}) {
+        for (const std::uint32_t variables : {100U, 1'000U, 10'000U}) {
+            addNameRow(variables, expected);
+        }
+    }
     for (const std::uint32_t locations : {1U, 8U}) {
         for (const std::uint32_t variables : {1'000U, 10'000U, 100'000U, 1'000'000U}) {
             for (const Expected expected : {Expected::hit, Expected::miss}) { // of one model: it takes a while to make
                 addPathRow(variables, locations, expected);
             }
-        }
-    }
-    for (const Expected expected : {Expected::hit, Expected::miss}) {
-        for (const std::uint32_t variables : {100U, 1'000U, 10'000U}) {
-            addNameRow(variables, expected);
         }
     }
 }

@@ -58,6 +58,8 @@ std::size_t allocatedBytes() {
 StorageModel &StorageModel::of(const Shape &shape) {
     if (theModel == nullptr || !(theModel->m_shape == shape)) {
         end();
+        // Small blocks that were freed are joined: the next model's would lie where the last one's did, here and there.
+        malloc_trim(0);
         theModel.reset(new StorageModel(shape));
     }
     return *theModel;

@@ -7,6 +7,7 @@ namespace speed {
 void addStorageRows() {
     addLookUpRows();
     addPathTableRows();
+    addWalkRows();
 }
 
 } // namespace speed

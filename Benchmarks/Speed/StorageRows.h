@@ -11,4 +11,6 @@ void endLookUps();
 
 void addPathTableRows();
 
+void addWalkRows();
+
 } // namespace speed
