@@ -271,8 +271,8 @@ EAFResult SqliteFile::refuse(const FileHeader &header, Report &report) const {
 int SqliteFile::prepareConnection() {
     int code = sqlite3_busy_timeout(m_database, busyTimeoutInMs);
     if (code == SQLITE_OK) {
-        // What other programs may have put into the schema is not run. Pages that are freed need not be overwritten:
-        // flash wears out.
+        // Triggers and checks that other programs have put into the schema run, but call no function that could do more
+        // than compute. Pages that are freed need not be overwritten: flash wears out.
         code = execute(m_database, "PRAGMA trusted_schema=OFF;"
                                    "PRAGMA cell_size_check=ON;"
                                    "PRAGMA secure_delete=OFF;"
