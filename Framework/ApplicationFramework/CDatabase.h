@@ -71,7 +71,7 @@ AF_API EAFResult CDatabase_GetVariableByPath(CDatabase *database, char const *pa
 /// ever.
 /// Each region and the number of variables are traced at debug level.
 /// @retval eAF_E_FAILED         a nested object or an object could not be walked; the others were. Each is traced.
-/// @retval eAF_E_OUT_OF_MEMORY  no action ran; where objects lie more than sixteen inside one another, some may have.
+/// @retval eAF_E_OUT_OF_MEMORY  only where objects lie more than sixteen inside one another; actions may have run.
 /// @return else eAF_S_OK, also when actions failed; the code of a region name that could not be read ends the walk.
 AF_API EAFResult CDatabase_DoVariableOperation(CDatabase *database, DatabaseAction action);
 

@@ -11,15 +11,13 @@
 #include "DatabaseContents.h"
 #include "OutOfMemory.h"
 #include "StorageList.h"
+#include "WalkPaths.h"
 
 namespace {
 
 // Shared by every database: only one walk runs at a time.
 char fullPathBuffer[512];
 char messageBuffer[150];
-
-/// More than any path that is met in practice: sixteen objects inside one another, of the longest names.
-constexpr std::size_t usualObjectPath = 16 * sizeof CStorageObject::name;
 
 void destructRegion(CStorageRegion *region) {
     const bool isOwned = CStorageRegion_IsDynamicallyAllocated(region) != 0;
@@ -44,26 +42,9 @@ bool isEntered(const EnteredObject *innermost, const CStorageObject *object) {
     return false;
 }
 
-/// A path as the table knows it: what stands behind its 511th byte counts, but is not kept.
-class CutPath {
-public:
-    void append(const char *part) {
-        af::appendBounded(m_text, std::min(m_length, sizeof m_text - 1), part);
-        m_length += std::strlen(part);
-    }
-    /// What is appended next ends the text there.
-    void cutTo(std::size_t length) { m_length = length; }
-    const char *text() const { return m_text; }
-    std::size_t length() const { return m_length; }
-
-private:
-    char m_text[512] = {};
-    std::size_t m_length = 0;
-};
-
 /// Meets the plain variables that a walk meets, without a word and without memory.
 template <class Visit>
-void visitQuietly(CutPath &path, CStorageObject *object, const EnteredObject *outer, Visit visit) {
+void visitQuietly(af::CutPath &path, CStorageObject *object, const EnteredObject *outer, Visit visit) {
     char *name = nullptr;
     if (af::isError(CStorageObject_GetName(object, &name)) || isEntered(outer, object)) {
         return;
@@ -98,7 +79,7 @@ struct Walk {
     DatabaseAction action;
     bool usesPaths; ///< The full path is made for the action.
     const char *regionName;
-    std::string objectPath; ///< Of the innermost object.
+    af::ObjectPath objectPath{}; ///< Of the innermost object.
 };
 
 /// The object whose path the buffer begins with, up to its variables' names: they are put there one after another.
@@ -111,9 +92,9 @@ EAFResult enterNestedObject(Walk &walk, CStorageObject *object, const EnteredObj
     if (object != nullptr && isEntered(outer, object)) {
         return eAF_E_FAILED;
     }
-    const std::size_t parentLength = walk.objectPath.size();
+    const std::size_t parentLength = walk.objectPath.length();
     const EAFResult result = CDatabase_DoObjectOperation(walk, object, outer);
-    walk.objectPath.resize(parentLength);
+    walk.objectPath.cutTo(parentLength);
     return result;
 }
 
@@ -152,7 +133,7 @@ bool walkObjectArray(Walk &walk, CVariable *variable, const EnteredObject *outer
 
 void makeFullPath(const Walk &walk, const EnteredObject &object, const char *name) {
     if (prefixOwner != &object) {
-        prefixLength = af::joinBounded(fullPathBuffer, walk.regionName, walk.objectPath, "");
+        prefixLength = af::joinBounded(fullPathBuffer, walk.regionName, walk.objectPath.text(), "");
         prefixOwner = &object;
     }
     af::appendBounded(fullPathBuffer, prefixLength, name);
@@ -171,7 +152,7 @@ EAFResult walkPlainVariable(Walk &walk, CVariable *variable, const EnteredObject
         makeFullPath(walk, object, name);
     }
     const EAFResult done =
-        walk.action(walk.database, variable, fullPathBuffer, walk.regionName, walk.objectPath.c_str(), name);
+        walk.action(walk.database, variable, fullPathBuffer, walk.regionName, walk.objectPath.text(), name);
     if (af::isError(done)) {
         std::snprintf(messageBuffer, sizeof messageBuffer, "Could not do operation on variable %s", name);
         AF_TRACE_AS("CDatabase_DoObjectOperation", done, "%s", messageBuffer);
@@ -188,9 +169,9 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
         return named;
     }
     if (outer != nullptr) {
-        walk.objectPath += '/';
+        walk.objectPath.append("/");
     }
-    walk.objectPath += name;
+    walk.objectPath.append(name);
     CListIterator iterator{};
     EAFResult result = CStorageObject_GetVariableIterator(object, &iterator);
     if (af::isError(result)) {
@@ -224,8 +205,7 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
 
 EAFResult walkRegions(CDatabase *database, DatabaseAction action, bool usesPaths) {
     database->noOfVariablesProcessed = 0;
-    Walk walk{database, action, usesPaths, nullptr, {}};
-    walk.objectPath.reserve(usualObjectPath); // memory runs out here, before the first action
+    Walk walk{database, action, usesPaths, nullptr};
     bool isWhole = true;
     for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database->regions)) {
         char *regionName = nullptr;
@@ -237,7 +217,7 @@ EAFResult walkRegions(CDatabase *database, DatabaseAction action, bool usesPaths
         AF_TRACE_AS("CDatabase_DoVariableOperation", eAF_DEBUG, "Processing region: %s", regionName);
         walk.regionName = regionName;
         for (CStorageObject *object : af::ElementsOf<CStorageObject>(region->objects)) {
-            walk.objectPath.clear();
+            walk.objectPath.cutTo(0);
             isWhole = !af::isError(CDatabase_DoObjectOperation(walk, object, nullptr)) && isWhole;
         }
     }
@@ -342,7 +322,7 @@ CVariable *withoutMark(void *value) {
 
 /// Before the region is destructed.
 void markThoseToBeFreed(CDatabase &database, CStorageRegion &region) {
-    CutPath path;
+    af::CutPath path;
     path.append(region.name);
     const auto mark = [&database, &path](CVariable &variable) {
         if (variable.dynamicallyAllocated == 0) {

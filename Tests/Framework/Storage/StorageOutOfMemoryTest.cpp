@@ -150,16 +150,36 @@ EAFResult nothing(CDatabase *, CVariable *, const char *, const char *, const ch
     return eAF_S_OK;
 }
 
-TEST_F(StorageOutOfMemory, AWalkOverLongNames_FailsAndTheNextOneSucceeds) {
-    CDatabase database;
-    CDatabase_Construct(&database, 4);
-    CStorageRegion *region = tree.region("R");
-    CDatabase_AddRegion(&database, region);
-    CStorageObject *object = tree.objectIn(region, std::string(100, 'o'));
-    tree.integer(tree.nested(object, std::string(100, 'p')), "V");
+class WalkOutOfMemory : public StorageOutOfMemory {
+protected:
+    WalkOutOfMemory() {
+        CDatabase_Construct(&database, 4);
+        CStorageRegion *region = tree.region("R");
+        CDatabase_AddRegion(&database, region);
+        object = tree.objectIn(region, std::string(119, 'o'));
+    }
+    ~WalkOutOfMemory() override { CDatabase_Destruct(&database); }
+    void nest(int depth) {
+        for (int i = 0; i < depth; ++i) {
+            object = tree.nested(object, std::string(119, 'p'));
+        }
+        tree.integer(object, "V");
+    }
+
+    CDatabase database{};
+    CStorageObject *object;
+};
+
+TEST_F(WalkOutOfMemory, SixteenObjectsInsideOneAnother_NeedNone) {
+    nest(15);
+    EXPECT_EQ(0u, failInTurn([&] { return CDatabase_DoVariableOperation(&database, nothing); }, [] {}));
+    EXPECT_EQ(1, database.noOfVariablesProcessed);
+}
+
+TEST_F(WalkOutOfMemory, DeeperObjects_MakeItFailAndTheNextOneSucceeds) {
+    nest(20);
     EXPECT_LE(1u, failInTurn([&] { return CDatabase_DoVariableOperation(&database, nothing); }, [] {}));
     EXPECT_EQ(1, database.noOfVariablesProcessed);
-    CDatabase_Destruct(&database);
 }
 
 TEST_F(StorageOutOfMemory, APathUpdate_AnswersThatAllIsWell) {
