@@ -65,17 +65,15 @@ tell_faults() {
 
 # verb_soak-events [DELIVERIES]
 verb_soak-events() {
-    local deliveries=${1:-20000000} preset share log=build/soak-events.log
+    local deliveries=${1:-20000000} preset log=build/soak-events.log
     number DELIVERIES "$deliveries"
     need "${build_packages[@]}" "${test_packages[@]}"
     : >"$log.new"
     for preset in release tsan; do
-        share=$deliveries
-        [ "$preset" = release ] || share=$(((deliveries + 9) / 10))
         build_tests "$preset" ThreadStressTest InitializeRepeatedlyTest
-        say "$share deliveries and 10000 lives, $preset"
+        say "$deliveries deliveries and 10000 lives, $preset"
         local options=halt_on_error=1:second_deadlock_stack=1
-        TSAN_OPTIONS=$options ZELAF_SOAK_DELIVERIES=$share "build/$preset/tests/ThreadStressTest" 2>&1 | tee -a "$log.new" || true
+        TSAN_OPTIONS=$options ZELAF_SOAK_DELIVERIES=$deliveries "build/$preset/tests/ThreadStressTest" 2>&1 | tee -a "$log.new" || true
         TSAN_OPTIONS=$options ZELAF_LIVES=10000 "build/$preset/tests/InitializeRepeatedlyTest" 2>&1 | tee -a "$log.new" || true
         # A sanitizer that ends the program leaves no count.
         [ "$(grep -c '\[  PASSED  \]' "$log.new")" -eq "$([ "$preset" = release ] && echo 2 || echo 4)" ] ||
@@ -83,7 +81,7 @@ verb_soak-events() {
     done
     mv "$log.new" "$log"
     say "result; $log has all of it"
-    tell_faults "$log" "$deliveries deliveries and 10000 lives, and $share and 10000 under ThreadSanitizer"
+    tell_faults "$log" "$deliveries deliveries and 10000 lives, and as many under ThreadSanitizer"
 }
 
 # verb_kill-host [TRIES]: a part to each of the five tests that kill.

@@ -85,13 +85,7 @@ std::uint64_t deliveriesWanted() {
     if (const char *asked = std::getenv("ZELAF_SOAK_DELIVERIES")) {
         return std::strtoull(asked, nullptr, 10);
     }
-#if defined(ZELAF_THREAD_SANITIZED)
-    return 100000;
-#elif defined(ZELAF_SANITIZED)
-    return 400000;
-#else
     return test::isEmulated() ? 50000 : 1000000;
-#endif
 }
 
 /// The fewest firings of each sender that make that many deliveries.
