@@ -134,7 +134,7 @@ protected:
         EXPECT_EQ(0, program.exitCode()) << words.at(0) << ": " << program.errors();
     }
 
-    const std::string m_taskQueue = test::expectedQueueName("EHNP").substr(0, sizeof CEventTask::queueName - 1);
+    const std::string m_taskQueue = test::expectedTaskQueueName();
 
 private:
     std::list<ChildProgram> m_programs;

@@ -50,7 +50,7 @@ protected:
         for (const char *listener : {"One", "Two", "All"}) {
             m_queues.push_back(test::queueName(listener));
         }
-        m_queues.push_back(test::queueName("EHNP").substr(0, sizeof CEventTask::queueName - 1));
+        m_queues.push_back(test::taskQueueName());
         unlinkAll();
     }
     ~HostQueues() override {

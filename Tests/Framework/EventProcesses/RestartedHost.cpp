@@ -285,7 +285,9 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "RestartedHost PORT STATE RUN [LIVES]\n");
         return 2;
     }
-    CApplicationFramework_SetServerPort(static_cast<int>(number(argv[1])));
+    std::array<std::int32_t, 9> configuration{}; // which takes any port
+    configuration[8] = static_cast<std::int32_t>(number(argv[1]));
+    CApplicationFramework_FinalInitialization(configuration.data());
     test::MappedHostState mapped(argv[2]);
     if (!mapped) {
         std::fprintf(stderr, "RestartedHost: %s can not be mapped\n", argv[2]);

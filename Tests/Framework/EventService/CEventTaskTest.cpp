@@ -49,7 +49,7 @@ public:
     int destroy() { return m_operations->Destroy(m_operations); }
     bool isRunning() { return m_operations->IsRunning(m_operations) == 1; }
 
-    std::string queueName() const { return test::expectedQueueName(m_name).substr(0, 19); }
+    std::string queueName() const { return test::expectedTaskQueueName(m_name); }
     CEventTask &record() { return *m_task; }
     ITask *operations() { return m_operations; }
 
