@@ -131,7 +131,6 @@ TEST_P(HostKill, AtAnyMoment_TheNextHostGetsAllOfItsEventsAndNoneOfTheLast) {
     std::array<unsigned, static_cast<std::size_t>(HostPhase::count)> killedIn{};
     unsigned behindWaiting = 0;
     unsigned workedAfterwards = 0;
-    unsigned delayed = 0;
     unsigned faults = 0;
     for (unsigned run = 1; run <= tries(); ++run) {
         // One half is killed in its first life, the other when it has shown that it works.
@@ -150,7 +149,6 @@ TEST_P(HostKill, AtAnyMoment_TheNextHostGetsAllOfItsEventsAndNoneOfTheLast) {
         }
         ++killedIn.at(static_cast<std::size_t>(state->phase.load()));
         workedAfterwards += state->lives > 0 ? 1 : 0;
-        delayed += state->delayed > 0 ? 1 : 0;
         behindWaiting += left() > 0 ? 1 : 0;
         if (run % 3 == 0) {
             fillAllWithPoison();
@@ -160,7 +158,7 @@ TEST_P(HostKill, AtAnyMoment_TheNextHostGetsAllOfItsEventsAndNoneOfTheLast) {
     ChildProgram last(RESTARTED_HOST, arguments(tries() + 1, {"3"}));
     EXPECT_EQ(0, last.exitCode()) << state->fault << last.errors();
     EXPECT_EQ(3u, state->lives);
-    EXPECT_GT(delayed, 0u);
+    EXPECT_GT(state->delayed, 0u);
     for (const HostPhase phase : phases) {
         EXPECT_TRUE(!isLongForm() || killedIn.at(static_cast<std::size_t>(phase)) > 0)
             << "no host was killed in phase " << static_cast<unsigned>(phase);
