@@ -14,8 +14,8 @@
 namespace test {
 namespace {
 
-// Only a program that hangs comes to the end of it.
-constexpr int patienceInMilliseconds = 60000;
+// Only a program that hangs comes to the end of it. Longer than a program's own patience, behind which it says more.
+constexpr int patienceInMilliseconds = 90000;
 
 void require(int error, const char *what) {
     if (error != 0) {

@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <random>
 #include <string>
 #include <tuple>
@@ -18,11 +20,25 @@ namespace {
 
 using test::ChildProgram;
 
+constexpr unsigned noOfSeeds = 6;
+
 /// How often each test kills; "./run kill" asks for more.
 unsigned tries() {
     const char *asked = std::getenv("ZELAF_KILL_TRIES");
     return asked != nullptr ? static_cast<unsigned>(std::strtoul(asked, nullptr, 10)) : ZELAF_KILL_TRIES;
 }
+
+/// Whether there are so many kills that they come at every moment of a store, however they fall.
+bool isLongForm() {
+    return std::getenv("ZELAF_KILL_TRIES") != nullptr && tries() >= 100;
+}
+
+/// What the starts found after all kills of one provider.
+struct Outcomes {
+    unsigned seeds = 0;
+    unsigned old = 0;
+    unsigned fresh = 0;
+};
 
 /// The number behind the last occurrence of a text; -1 when there is none.
 long lastNumber(const std::string &output, const std::string &text) {
@@ -39,16 +55,41 @@ protected:
         m_folder = file("parameters");
         std::filesystem::create_directories(m_folder);
     }
+    static void TearDownTestSuite() {
+        for (const auto &[provider, outcomes] : s_outcomes) {
+            if (isLongForm() && outcomes.seeds == noOfSeeds) {
+                EXPECT_GT(outcomes.old, 0u) << provider << ": none of the kills came before a store was whole";
+                EXPECT_GT(outcomes.fresh, 0u) << provider << ": none of the kills came between a store and its report";
+            }
+        }
+    }
+    /// How long a store takes here and now.
+    useconds_t timeOfAStore() {
+        constexpr int noOfStores = 20;
+        ChildProgram host(RADIO_UNIT_CONTROLLER, options());
+        EXPECT_TRUE(host.waitForOutput("storing generation 1\n")) << host.errors();
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(host.waitForOutput("stored generation " + std::to_string(noOfStores) + "\n")) << host.errors();
+        const auto time = std::chrono::steady_clock::now() - start;
+        host.send(SIGTERM);
+        EXPECT_EQ(0, host.exitCode()) << host.errors();
+        std::filesystem::remove_all(m_folder);
+        std::filesystem::create_directories(m_folder);
+        return static_cast<useconds_t>(std::chrono::duration_cast<std::chrono::microseconds>(time).count() /
+                                       noOfStores);
+    }
     std::vector<std::string> options() const {
         return test::arguments({"--keep-storing", "--storage", std::get<0>(GetParam()), "--store-folder", m_folder});
     }
 
+    static inline std::map<std::string, Outcomes> s_outcomes;
     std::string m_folder;
 };
 
 TEST_P(StorageKill, AtARandomMomentOfAStore_LeavesTheOldOrTheNewValues) {
     const unsigned seed = std::get<1>(GetParam());
     std::mt19937 random(seed);
+    const useconds_t time = timeOfAStore();
     unsigned old = 0;
     unsigned fresh = 0;
     unsigned mixed = 0;
@@ -74,18 +115,22 @@ TEST_P(StorageKill, AtARandomMomentOfAStore_LeavesTheOldOrTheNewValues) {
             EXPECT_EQ(0, host.exitCode()) << host.errors();
             break;
         }
-        usleep(static_cast<useconds_t>(random() % 4000));
+        usleep(static_cast<useconds_t>(random() % (2 * time + 1)));
         host.send(SIGKILL);
         EXPECT_EQ(-SIGKILL, host.exitCode());
         stored = std::max(found, lastNumber(host.output(), "stored generation "));
         storing = lastNumber(host.output(), "storing generation ");
     }
-    std::printf("%s, seed %u: %u kills, %u old, %u new, %u mixed, %u refused\n", std::get<0>(GetParam()), seed, tries(),
-                old, fresh, mixed, refused);
+    Outcomes &outcomes = s_outcomes[std::get<0>(GetParam())];
+    ++outcomes.seeds;
+    outcomes.old += old;
+    outcomes.fresh += fresh;
+    std::printf("%s, seed %u: %u kills, %u old, %u new, %u mixed, %u refused; a store takes %u us\n",
+                std::get<0>(GetParam()), seed, tries(), old, fresh, mixed, refused, time);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, StorageKill,
-                         testing::Combine(testing::Values("sqlite", "file"), testing::Range(1U, 7U)),
+                         testing::Combine(testing::Values("sqlite", "file"), testing::Range(1U, noOfSeeds + 1)),
                          [](const auto &kill) {
                              return std::string(std::get<0>(kill.param)) + std::to_string(std::get<1>(kill.param));
                          });

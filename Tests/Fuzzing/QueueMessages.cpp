@@ -99,7 +99,7 @@ void closeService() {
     for (const Listener &listener : listeners) {
         mq_unlink(test::queueName(listener.name).c_str());
     }
-    mq_unlink(test::queueName("EHNP").c_str());
+    mq_unlink(test::taskQueueName().c_str());
 }
 
 mqd_t opened(const std::string &name) {
@@ -127,7 +127,7 @@ void openService() {
                    listener.name);
         listener.queue = opened(test::queueName(listener.name));
     }
-    taskQueue = opened(test::queueName("EHNP"));
+    taskQueue = opened(test::taskQueueName());
 }
 
 std::uint32_t idFrom(FuzzInput &input) {

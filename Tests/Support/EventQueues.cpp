@@ -12,12 +12,31 @@
 #include <utility>
 
 #include "CApplicationFramework.h"
+#include "CEventTask.h"
 #include "CFrameworkUtils.h"
 
+namespace {
+
+constexpr char taskSuffix[] = "EHNP";
+
+} // namespace
+
+std::int32_t test::ownServerPort(std::int32_t process) {
+    // The configuration record takes any 32-bit port. The event task's queue loses the end of its name where the user's
+    // is long: neighbours differ in the first digits. Six are more than the examples' programs take.
+    constexpr int fewestDigits = 6;
+    std::int32_t port = 1 + process % 9; // never 0, so that none is left out
+    int digits = 1;
+    for (process /= 9; process > 0 || digits < fewestDigits; process /= 10) {
+        port = port * 10 + process % 10;
+        ++digits;
+    }
+    return port;
+}
+
 void test::useOwnServerPort() {
-    // The configuration record takes any 32-bit port, so the process id serves as it is.
     std::array<std::int32_t, 9> configuration{};
-    configuration[8] = getpid();
+    configuration[8] = test::ownServerPort(getpid());
     CApplicationFramework_FinalInitialization(configuration.data());
 }
 
@@ -25,6 +44,10 @@ std::string test::queueName(const std::string &suffix) {
     std::array<char, 512> name{};
     CFrameworkUtils_GetMQueueName(name.data(), static_cast<std::int32_t>(name.size()), suffix.c_str());
     return name.data();
+}
+
+std::string test::taskQueueName() {
+    return queueName(taskSuffix).substr(0, sizeof CEventTask::queueName - 1);
 }
 
 test::QueueCleaner::QueueCleaner(std::vector<std::string> suffixes) : m_suffixes(std::move(suffixes)) {
@@ -37,7 +60,7 @@ test::QueueCleaner::~QueueCleaner() {
 
 void test::QueueCleaner::unlinkAll() const {
     for (const std::string &suffix : m_suffixes) {
-        mq_unlink(queueName(suffix).c_str());
+        mq_unlink((suffix == taskSuffix ? taskQueueName() : queueName(suffix)).c_str());
     }
 }
 

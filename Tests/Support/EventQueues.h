@@ -4,11 +4,15 @@
 
 #include <mqueue.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace test {
+
+/// The port of a process; no two have the same.
+std::int32_t ownServerPort(std::int32_t process);
 
 /// Gives this process a server port of its own, so that tests run side by side.
 void useOwnServerPort();
@@ -16,7 +20,10 @@ void useOwnServerPort();
 /// The name of the queue that belongs to a suffix in this process.
 std::string queueName(const std::string &suffix);
 
-/// Removes this process's queues with these suffixes when it goes, and before the test begins.
+/// The name of the event task's queue in this process, which the library cuts.
+std::string taskQueueName();
+
+/// Removes this process's queues with these suffixes, or the event task's, when it goes, and before the test begins.
 class QueueCleaner {
 public:
     explicit QueueCleaner(std::vector<std::string> suffixes);

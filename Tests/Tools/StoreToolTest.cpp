@@ -1,4 +1,4 @@
-// What goes for every command of zaf-store: its page, its exit codes, the stores that it meets.#include <chrono>
+// What goes for every command of zaf-store: its page, its exit codes, the stores that it meets.
 #include "StoreTool.h"
 
 #include <unistd.h>
@@ -7,10 +7,14 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <atomic>
+#include <cctype>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 
 namespace storetool {
@@ -227,18 +231,56 @@ TEST_F(StoreTool, AnEmptyName_IsUsage) {
     EXPECT_FALSE(fs::exists(in(".lock")));
 }
 
+bool hasOpen(const fs::path &process, const fs::path &file) {
+    std::error_code error;
+    for (fs::directory_iterator entry(process / "fd", error), end; entry != end; entry.increment(error)) {
+        if (fs::read_symlink(entry->path(), error) == file) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool isAsleep(const fs::path &process) {
+    const std::string line = bytesOf(process / "stat");
+    return line.compare(line.rfind(')') + 1, 3, " S ") == 0;
+}
+
+/// Whether another process has the file open and sleeps: for its lock, there is nothing else to wait for.
+bool isWaitedFor(const fs::path &file) {
+    std::error_code error;
+    for (fs::directory_iterator entry("/proc", error), end; entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        const bool isAnother =
+            std::isdigit(static_cast<unsigned char>(name[0])) != 0 && name != std::to_string(getpid());
+        if (isAnother && hasOpen(entry->path(), file) && isAsleep(entry->path())) {
+            return true;
+        }
+    }
+    return false;
+}
+
 TEST_F(StoreTool, AReaderOfABusyDatabase_WaitsLongerThanOneOfItsHostsStores) {
     make("a", true, radio());
     sqlite3 *host = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(in("a").c_str(), &host));
     ASSERT_EQ(SQLITE_OK, sqlite3_exec(host, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr));
-    // Longer than the store itself waits, which a reader meets as "in use".
-    std::thread store([host] {
+    const fs::path file = fs::canonical(in("a"));
+    std::atomic<bool> hasEnded{false};
+    bool hasWaited = false;
+    std::thread store([&] {
+        while (!hasWaited && !hasEnded) {
+            hasWaited = isWaitedFor(file);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        // Longer than the store itself waits, which a reader meets as "in use".
         std::this_thread::sleep_for(std::chrono::milliseconds(2500));
         sqlite3_exec(host, "COMMIT", nullptr, nullptr, nullptr);
     });
     const Outcome outcome = tool("verify a");
+    hasEnded = true;
     store.join();
+    EXPECT_TRUE(hasWaited);
     EXPECT_EQ(0, outcome.exitCode) << outcome.err;
     EXPECT_EQ("a: 3 values, 0 faults\n", outcome.out);
     sqlite3_close(host);

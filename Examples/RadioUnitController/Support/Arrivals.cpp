@@ -36,7 +36,7 @@ void Arrivals::add(const std::string &listener, uint32_t eventId, const std::str
 
 bool Arrivals::show(const std::string &listener, std::size_t count) {
     // Far longer than a listener takes: only a controller that is broken comes to the end of it.
-    constexpr std::chrono::seconds patience{10};
+    constexpr std::chrono::seconds patience{60};
     std::unique_lock lock(m_mutex);
     const bool complete = m_added.wait_for(lock, patience, [&] { return countOf(listener) >= count; });
     std::size_t shown = 0;

@@ -286,7 +286,7 @@ TEST_F(ApplicationFramework, UnInitialize_StopsTheEventService) {
     ASSERT_EQ(eAF_S_OK, CEventHandler_Initialize(1, 1));
     EXPECT_EQ(eAF_S_OK, CApplicationFramework_UnInitialize());
     EXPECT_EQ(eAF_E_NOT_INITIALIZED, CEventHandler_UnInitialize());
-    EXPECT_FALSE(test::queueExists(test::queueName("EHNP")));
+    EXPECT_FALSE(test::queueExists(test::taskQueueName()));
 }
 
 TEST_F(ApplicationFramework, InitializeTwice_StartsWithAnEmptyListAndLeaksNothing) {

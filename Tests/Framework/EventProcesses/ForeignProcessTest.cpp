@@ -134,7 +134,7 @@ protected:
         EXPECT_EQ(0, program.exitCode()) << words.at(0) << ": " << program.errors();
     }
 
-    const std::string m_taskQueue = test::expectedQueueName("EHNP").substr(0, sizeof CEventTask::queueName - 1);
+    const std::string m_taskQueue = test::expectedTaskQueueName();
 
 private:
     std::list<ChildProgram> m_programs;
@@ -144,12 +144,12 @@ TEST_F(ForeignProcess, AFlood_HoldsEventsUpAndLosesNone) {
     CountingListener listener("A");
     listener.start();
     begin({"flood", listener.queue(), std::to_string(foreignEvent)});
+    ASSERT_TRUE(test::eventually([&] { return listener.lastOf(foreignEvent) > 0; }));
     const std::uintptr_t own = 200 * static_cast<std::uintptr_t>(roundsHere);
     for (std::uintptr_t i = 1; i <= own; ++i) {
         ASSERT_EQ(eAF_S_OK, CEventHandler_FireEventWithData(ownEvent, dataOf(i)));
     }
     ASSERT_TRUE(test::eventually([&] { return listener.lastOf(ownEvent) == own; }));
-    EXPECT_GT(listener.lastOf(foreignEvent), 0u);
     listener.end();
     EXPECT_EQ(0u, listener.faults()) << "every message of both, in the order sent";
 }
@@ -164,6 +164,8 @@ TEST_F(ForeignProcess, KilledWhileItSends_LeavesNoHalfOfAMessage) {
         {
             ChildProgram flood(FOREIGN_PROGRAM, {"flood", listener.queue(), std::to_string(foreignEvent)});
             ASSERT_TRUE(flood.waitForOutput("ready\n")) << flood.errors();
+            // Half of them send for a while, the others may be killed before their first.
+            ASSERT_TRUE(round % 2 != 0 || test::eventually([&] { return listener.lastOf(foreignEvent) > 0; }));
             usleep(static_cast<useconds_t>(random() % 1500));
             flood.send(SIGKILL);
             ASSERT_EQ(-SIGKILL, flood.exitCode()) << flood.errors();
@@ -176,7 +178,7 @@ TEST_F(ForeignProcess, KilledWhileItSends_LeavesNoHalfOfAMessage) {
     }
     listener.end();
     EXPECT_EQ(0u, listener.faults()) << "1, 2, 3, ... of each program, whole, up to its end";
-    EXPECT_GT(foreign, 0u);
+    EXPECT_GE(foreign, static_cast<std::uintptr_t>((rounds() + 1) / 2));
     std::printf("%d kills while sending, %zu foreign messages: %u faults\n", rounds(), foreign, listener.faults());
 }
 
@@ -293,16 +295,17 @@ protected:
         unInitialize();
         test::TraceRecorder::reset(-1);
         m_descriptors = test::descriptorCount();
+        m_threads = test::threadCount();
     }
-    void liveOften(int lives) {
-        for (int life = 0; life < lives; ++life) {
-            ASSERT_EQ(eAF_S_OK, CEventHandler_Initialize(4, 2));
-            registerEvents({ownEvent});
-            if (life % 3 != 0) {
-                usleep(static_cast<useconds_t>(life % 7) * 50);
-            }
-            ASSERT_EQ(eAF_S_OK, CEventHandler_UnInitialize());
+    /// A leaving worker keeps its queue, and a machine has few for all programs together.
+    bool hasRoom() const { return test::threadCount() < m_threads + 16; }
+    void live(int life) {
+        ASSERT_EQ(eAF_S_OK, CEventHandler_Initialize(4, 2));
+        registerEvents({ownEvent});
+        if (life % 3 != 0) {
+            usleep(static_cast<useconds_t>(life % 7) * 50);
         }
+        ASSERT_EQ(eAF_S_OK, CEventHandler_UnInitialize());
     }
     void expectNothingLeft() {
         EXPECT_TRUE(test::eventually([this] { return workerHasLeft(); })) << test::threadCount() << " threads";
@@ -312,6 +315,7 @@ protected:
 
 private:
     std::size_t m_descriptors = 0;
+    std::size_t m_threads = 0;
 };
 
 TEST_F(ForeignersAtTheTask, SendersThatNeverStop_HoldNoWorkerBack) {
@@ -319,7 +323,10 @@ TEST_F(ForeignersAtTheTask, SendersThatNeverStop_HoldNoWorkerBack) {
     ChildProgram second(FOREIGN_PROGRAM, {"rush", m_taskQueue});
     ASSERT_TRUE(first.waitForOutput("ready\n") && second.waitForOutput("ready\n"));
     const std::size_t descriptors = test::descriptorCount();
-    liveOften(4 * roundsHere);
+    for (int life = 0; life < 4 * roundsHere; ++life) {
+        ASSERT_TRUE(test::eventually([this] { return hasRoom(); })) << "while they still send";
+        ASSERT_NO_FATAL_FAILURE(live(life));
+    }
     EXPECT_TRUE(test::eventually([this] { return workerHasLeft(); })) << "while they still send";
     EXPECT_TRUE(test::eventually([&] { return test::descriptorCount() == descriptors; }));
     for (ChildProgram *program : {&first, &second}) {
@@ -334,14 +341,19 @@ TEST_F(ForeignersAtTheTask, ReadersThatTakeTheWakeUps_LeaveNoWorkerBehindOnceThe
         readers.emplace_back(FOREIGN_PROGRAM, std::vector<std::string>{"steal", m_taskQueue});
         ASSERT_TRUE(readers.back().waitForOutput("ready\n"));
     }
-    liveOften(4 * roundsHere);
+    int lives = 0;
+    // No time lets a worker leave whose wake-up was taken, only another life does: more of them would not be waited
+    // for.
+    for (; lives < 4 * roundsHere && hasRoom(); ++lives) {
+        ASSERT_NO_FATAL_FAILURE(live(lives));
+    }
     const std::size_t stranded = test::threadsNamed("dm-af-eventtsk").size();
     for (ChildProgram &reader : readers) {
         reader.send(SIGKILL);
         EXPECT_EQ(-SIGKILL, reader.exitCode()) << reader.errors();
     }
-    std::printf("%zu workers waited for a wake-up that a reader took\n", stranded);
-    liveOften(1);
+    std::printf("%zu workers of %d lives waited for a wake-up that a reader took\n", stranded, lives);
+    ASSERT_NO_FATAL_FAILURE(live(0));
     EXPECT_TRUE(test::eventually([this] { return workerHasLeft(); })) << test::threadCount() << " threads";
 }
 

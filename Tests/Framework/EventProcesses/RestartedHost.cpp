@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +41,7 @@ constexpr std::uint32_t delayedEvent = 7;
 constexpr std::uint32_t waitingEvent = 8;
 constexpr std::uint32_t endEvent = 9;
 constexpr std::uint32_t largestEvent = endEvent;
+constexpr std::uint32_t noOfDelayed = 5;
 constexpr std::uint32_t queueLength = 10;
 
 test::MappedHostState *state;
@@ -118,6 +120,14 @@ public:
         });
     }
     void join() { m_thread.join(); }
+    /// Before these are there its end must not be fired: the event task forwards them when it gets to it.
+    void waitForDelayed() const {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (m_delayed < noOfDelayed) {
+            require(std::chrono::steady_clock::now() < end, "lost", delayedEvent, m_delayed);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    }
     std::string queue() const {
         char name[256];
         CFrameworkUtils_GetMQueueName(name, sizeof name, m_name.c_str());
@@ -151,6 +161,7 @@ private:
         } else if (eventId > largestEvent) {
             // The event task tells an address of its own, whatever it was sent.
             require(data == nullptr, "a delayed event with data", eventId, 0);
+            ++m_delayed;
             ++(*state)->delayed;
         } else {
             takePayload(eventId, static_cast<const Payload *>(data));
@@ -173,6 +184,7 @@ private:
     SListenerCallback m_callback;
     std::uint32_t m_handle = 0;
     bool m_hasEnded = false;
+    std::atomic<std::uint32_t> m_delayed{0};
     std::array<std::array<std::uint32_t, 2>, noOfSenders> m_next{};
     std::uint32_t m_waiting = 0;
     std::thread m_thread;
@@ -243,9 +255,14 @@ void live(std::uint32_t run, std::uint32_t life) {
     for (std::uint32_t sender = 0; sender < noOfSenders; ++sender) {
         senders.emplace_back(fireAll, sender, run, life);
     }
-    sendToTask(5);
+    sendToTask(noOfDelayed);
     for (std::thread &sender : senders) {
         sender.join();
+    }
+    for (const auto &listener : listeners) {
+        if (listener->hears(delayedEvent)) {
+            listener->waitForDelayed();
+        }
     }
     require(CEventHandler_FireEvent(endEvent), "Fire");
     for (const auto &listener : listeners) {
@@ -285,7 +302,9 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "RestartedHost PORT STATE RUN [LIVES]\n");
         return 2;
     }
-    CApplicationFramework_SetServerPort(static_cast<int>(number(argv[1])));
+    std::array<std::int32_t, 9> configuration{}; // which takes any port
+    configuration[8] = static_cast<std::int32_t>(number(argv[1]));
+    CApplicationFramework_FinalInitialization(configuration.data());
     test::MappedHostState mapped(argv[2]);
     if (!mapped) {
         std::fprintf(stderr, "RestartedHost: %s can not be mapped\n", argv[2]);

@@ -222,7 +222,7 @@ protected:
         return std::any_of(workers.begin(), workers.end(), test::blocksSending);
     }
 
-    const std::string m_queueName = test::expectedQueueName("T");
+    const std::string m_queueName = test::expectedTaskQueueName("T");
     CEventTask m_task{};
     ITask *m_operations = nullptr;
 };

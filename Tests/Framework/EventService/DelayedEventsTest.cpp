@@ -43,7 +43,7 @@ protected:
         });
     }
 
-    const std::string m_taskQueue = test::expectedQueueName("EHNP");
+    const std::string m_taskQueue = test::expectedTaskQueueName();
 
 private:
     std::uint32_t m_nextMark = 500000;

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 
 class EventHandlerLifecycle : public test::EventService {
 protected:
-    const std::string m_taskQueue = test::expectedQueueName("EHNP");
+    const std::string m_taskQueue = test::expectedTaskQueueName();
 };
 
 TEST_F(EventHandlerLifecycle, Initialize_TracesTheTaskThatItMakes) {

@@ -20,8 +20,6 @@
 namespace test {
 namespace {
 
-constexpr char taskSuffix[] = "EHNP";
-
 std::size_t entriesOf(const std::filesystem::path &folder) {
     std::error_code ignored;
     std::size_t count = 0;
@@ -82,6 +80,10 @@ std::string expectedQueueName(const std::string &suffix) {
     const passwd *entry = getpwuid(getuid());
     const std::string user = entry != nullptr ? entry->pw_name : "UNKNOWN";
     return "/" + user + "_" + std::to_string(CApplicationFramework_GetServerPort()) + "_" + suffix;
+}
+
+std::string expectedTaskQueueName(const std::string &task) {
+    return expectedQueueName(task).substr(0, sizeof CEventTask::queueName - 1);
 }
 
 std::string errorText(int error) {
@@ -188,14 +190,14 @@ EAFResult Listener::onEvent(void *context, std::uint32_t eventId, void *data, SL
 
 EventService::EventService() : m_threadsBefore(threadsOfRuntime()) {
     useOwnServerPort();
-    mq_unlink(expectedQueueName(taskSuffix).c_str());
+    mq_unlink(expectedTaskQueueName().c_str());
     TraceRecorder::reset();
 }
 
 EventService::~EventService() {
     CEventHandler_UnInitialize();
     EXPECT_TRUE(eventually([this] { return workerHasLeft(); })) << "the event task's worker stays";
-    mq_unlink(expectedQueueName(taskSuffix).c_str());
+    mq_unlink(expectedTaskQueueName().c_str());
 }
 
 void EventService::initialize(std::uint32_t maxNoOfEvents, std::uint32_t maxNoOfListeners) {

@@ -21,6 +21,9 @@ namespace test {
 /// "/<user>_<port>_<suffix>" as this process's queues should be named; made without the library's help.
 std::string expectedQueueName(const std::string &suffix);
 
+/// The name of a task's queue, which the library cuts; the event service's own unless named.
+std::string expectedTaskQueueName(const std::string &task = "EHNP");
+
 /// The system's text for an error number.
 std::string errorText(int error);
 

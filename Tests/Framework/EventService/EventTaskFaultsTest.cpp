@@ -70,7 +70,7 @@ protected:
         ASSERT_TRUE(test::eventually([this] { return m_isHeld.load(); }));
     }
 
-    const std::string m_queueName = test::expectedQueueName("T");
+    const std::string m_queueName = test::expectedTaskQueueName("T");
     CEventTask m_task{};
     ITask *m_operations = nullptr;
     std::atomic<bool> m_isHeld{false};
@@ -191,7 +191,7 @@ TEST_F(EventTaskFaults, WithoutAQueue_TheNamedQueueIsUnlinkedAllTheSame) {
 TEST_F(EventTaskFaults, WithoutAPasswordEntry_TheTasksQueueIsUnknowns) {
     const Failing failing(Call::getpwuid, ENOENT);
     ASSERT_EQ(eAF_S_OK, create());
-    const std::string name = test::expectedQueueName("T").substr(0, 19);
+    const std::string name = test::expectedTaskQueueName("T");
     EXPECT_EQ(name, m_task.queueName);
     EXPECT_EQ(0u, name.rfind("/UNKNOWN_", 0));
     EXPECT_TRUE(test::queueExists(name));

@@ -69,7 +69,7 @@ TEST_F(HugeSizes, BeyondWhatThereIs_AreOutOfMemoryAndLeaveTheHandlerNotInitializ
             EXPECT_EQ(32788u, CEventHandler_GetNumberOfRegisteredEvents());
             EXPECT_EQ(eAF_E_NOT_INITIALIZED, CEventHandler_UnInitialize());
             EXPECT_TRUE(workerHasLeft()) << "no worker was made";
-            EXPECT_FALSE(test::queueExists(test::expectedQueueName("EHNP")));
+            EXPECT_FALSE(test::queueExists(test::expectedTaskQueueName()));
         }
     }
 }

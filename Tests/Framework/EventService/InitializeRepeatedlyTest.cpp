@@ -25,7 +25,7 @@ protected:
     bool allWorkersLeft() {
         return test::eventually([this] { return workerHasLeft(); });
     }
-    const std::string m_taskQueue = test::expectedQueueName("EHNP");
+    const std::string m_taskQueue = test::expectedTaskQueueName();
 };
 
 /// Bytes of the heap that are in use. Sanitizers bring an allocator and a leak check of their own.

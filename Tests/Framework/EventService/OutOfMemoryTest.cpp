@@ -81,7 +81,7 @@ TEST_F(OutOfMemory, Initialize_WithAnyAllocationRefused_IsOutOfMemoryAndNotIniti
         EXPECT_EQ(32788u, CEventHandler_GetNumberOfRegisteredEvents());
         EXPECT_EQ(eAF_E_NOT_INITIALIZED, CEventHandler_UnInitialize());
         EXPECT_TRUE(workerHasLeft()) << "none was made";
-        EXPECT_FALSE(test::queueExists(test::expectedQueueName("EHNP")));
+        EXPECT_FALSE(test::queueExists(test::expectedTaskQueueName()));
     }
     EXPECT_GE(allowed, 5u) << "events, listeners, lists, cache and the task's run at least";
     unInitialize();
@@ -258,7 +258,7 @@ TEST_F(OutOfMemory, ATask_WithoutMemoryForItsRun_IsNotCreated) {
     }
     EXPECT_EQ(before, blocksOfLibrary());
     EXPECT_TRUE(workerHasLeft());
-    EXPECT_FALSE(test::queueExists(test::expectedQueueName("T")));
+    EXPECT_FALSE(test::queueExists(test::expectedTaskQueueName("T")));
     EXPECT_EQ(Lines{}, traced());
 }
 

@@ -39,7 +39,7 @@ protected:
         EXPECT_EQ(0, flags & O_NONBLOCK);
     }
 
-    const std::string m_taskQueue = test::expectedQueueName("EHNP");
+    const std::string m_taskQueue = test::expectedTaskQueueName();
     const mode_t m_maskBefore = umask(022);
 };
 
@@ -53,16 +53,15 @@ TEST_F(QueueAttributes, AListenersQueue_HoldsTenMessagesAndBlocksBothWays) {
 
 TEST_F(QueueAttributes, TheTasksQueue_HoldsTenMessagesAndBlocksBothWays) {
     initialize();
-    const std::string cut = m_taskQueue.substr(0, 19);
-    expectEventQueue(cut);
-    expectBlockingForBothDirections(cut);
+    expectEventQueue(m_taskQueue);
+    expectBlockingForBothDirections(m_taskQueue);
 }
 
 TEST_F(QueueAttributes, TheNamesCarryTheServerPortOfTheMomentOfOpening) {
     initialize();
     Listener before("A");
     before.add();
-    ASSERT_EQ(eAF_S_OK, CApplicationFramework_SetServerPort(-getpid()));
+    ASSERT_EQ(eAF_S_OK, CApplicationFramework_SetServerPort(-CApplicationFramework_GetServerPort()));
     Listener after("A");
     EXPECT_NE(before.queue(), after.queue());
     after.add();
@@ -85,7 +84,7 @@ TEST_F(QueueAttributes, TheTasksQueue_IsForAllUnderAnyUmaskAndTheUmaskComesBack)
     for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0177}}) {
         umask(mask);
         initialize();
-        EXPECT_EQ(mode_t{0777}, modeOf(m_taskQueue.substr(0, 19))) << "umask " << mask;
+        EXPECT_EQ(mode_t{0777}, modeOf(m_taskQueue)) << "umask " << mask;
         EXPECT_EQ(mask, umask(mask)) << "restored";
         unInitialize();
     }
@@ -95,13 +94,12 @@ TEST_F(QueueAttributes, ATaskQueueThatIsThere_IsTakenAsItIs) {
     mq_attr attributes{};
     attributes.mq_maxmsg = 5;
     attributes.mq_msgsize = sizeof(SEventDataMessage);
-    const std::string cut = m_taskQueue.substr(0, 19);
-    const mqd_t leftBehind = mq_open(cut.c_str(), O_RDWR | O_CREAT | O_EXCL, mode_t{0600}, &attributes);
+    const mqd_t leftBehind = mq_open(m_taskQueue.c_str(), O_RDWR | O_CREAT | O_EXCL, mode_t{0600}, &attributes);
     ASSERT_NE(-1, leftBehind);
     mq_close(leftBehind);
     initialize();
-    EXPECT_EQ(mode_t{0600}, modeOf(cut)) << "neither unlinked first nor opened exclusively";
-    const RawQueue queue(cut);
+    EXPECT_EQ(mode_t{0600}, modeOf(m_taskQueue)) << "neither unlinked first nor opened exclusively";
+    const RawQueue queue(m_taskQueue);
     ASSERT_EQ(0, mq_getattr(queue.descriptor(), &attributes));
     EXPECT_EQ(5, attributes.mq_maxmsg);
 }

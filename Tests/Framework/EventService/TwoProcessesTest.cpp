@@ -107,7 +107,7 @@ TEST_F(TwoProcesses, TwoInstancesWithDifferentServerPorts_KeepTheirQueuesApart) 
     // Forked while there is one thread only: the child is an instance of its own.
     const pid_t child = fork();
     if (child == 0) {
-        CApplicationFramework_SetServerPort(-getpid());
+        CApplicationFramework_SetServerPort(-CApplicationFramework_GetServerPort());
         bool good = CEventHandler_Initialize(2, 1) == eAF_S_OK && CEventHandler_RegisterEvent(1, "one") == eAF_S_OK;
         {
             Listener listener("A");

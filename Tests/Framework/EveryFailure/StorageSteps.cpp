@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "EventQueues.h"
 #include "ScenarioParts.h"
 
 namespace test {
@@ -78,7 +79,7 @@ void forgetMemory() {
 }
 
 Scenario::Parts::Parts() {
-    configuration[8] = static_cast<std::int32_t>(getpid());
+    configuration[8] = ownServerPort(getpid());
     setDefaults(5);
     setGeneration(0);
 }
