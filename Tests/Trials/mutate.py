@@ -15,14 +15,12 @@ from pathlib import Path
 from queue import Queue
 
 from Planting import Planter
-from Trial import Build, CanNotTell, Counter as CountingWorker, Worker
+from Trial import WITHOUT_CODE, Build, CanNotTell, Counter as CountingWorker, Worker
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 LIBRARY = ("Framework/ApplicationFramework/private",)
 PROVIDERS = ("StorageProviders",)
-# What holds nothing but assertions for the compiler.
-WITHOUT_CODE = ("RecordLayouts.cpp",)
 # Of each source at least so many, however short it is beside the others.
 LEAST = 4
 # A test program may take so many times as long as without a mistake, and some seconds for a machine that does more.
