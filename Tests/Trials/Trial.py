@@ -92,6 +92,11 @@ class Outcome:
     def passed(self):
         return self.how == "passed"
 
+    @property
+    def is_waiting(self):
+        """Hung, and not because it works for ever."""
+        return self.how == "hung" and not self.detail
+
 
 def run_program(program, binary, folder, libraries, limit, environment=None, has_own_queues=True):
     """Runs it to its first failure. The folder is its own and is emptied.
@@ -339,6 +344,11 @@ class Worker:
     def run(self, program, made, limit, environment=None):
         return run_program(program, self.program(program, made), self.run_folder(program),
                            (self.libraries, self.build.folder / "lib"), limit, environment, self.has_own_queues)
+
+    def run_as_built(self, program, limit, environment=None):
+        """The program without any mistake, on the machine as busy as it is now."""
+        return run_program(program, self.build.folder / program.link, self.run_folder(program),
+                           (self.build.folder / "lib",), limit, environment, self.has_own_queues)
 
     def run_folder(self, _program):
         return self.folder / "run"
