@@ -80,7 +80,7 @@ unsigned FailingOpen::failures() const {
     }                                                                                                                  \
     return forward(call, name, flags, mode)
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,cert-dcl50-cpp)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,cert-dcl50-cpp): as the C library has them
 extern "C" int open(const char *name, int flags, ...) {
     FAIL_OR_FORWARD("open");
 }
