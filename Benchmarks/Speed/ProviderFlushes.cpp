@@ -47,8 +47,7 @@ using Write = ssize_t (*)(int, const void *, std::size_t, off_t);
 } // namespace
 
 extern "C" {
-// The parameters' names in the C library's headers are reserved ones.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 
 int fsync(int descriptor) {
     static const auto next = nextOf<int (*)(int)>("fsync");

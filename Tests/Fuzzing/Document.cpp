@@ -1,7 +1,11 @@
 // What zaf-store loads: any text, and documents with one mistake or none, each with what it has to become of it.
 #include "Document.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -49,10 +53,111 @@ void checkShown(const StoredValues &values, FuzzInput &input) {
     }
 }
 
+/// @return the bytes of {"hex": "..."}.
+std::vector<unsigned char> bytesOfHex(const json &hex) {
+    const std::string digits = hex["hex"].get<std::string>();
+    std::vector<unsigned char> bytes;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+template <class Element>
+bool isElement(const json &found, const unsigned char *place) {
+    Element element{};
+    std::memcpy(&element, place, sizeof element);
+    if (found.is_boolean()) {
+        return element == static_cast<Element>(found.get<bool>() ? 1 : 0);
+    }
+    if (found.is_number_unsigned()) {
+        return element >= Element{} && static_cast<std::uint64_t>(element) == found.get<std::uint64_t>();
+    }
+    return std::int64_t{element} == found.get<std::int64_t>();
+}
+
+/// Bit by bit: minus zero is not zero, and a number that is none has its bits behind "nan:".
+template <class Real, class Bits>
+bool isReal(const json &found, const unsigned char *place) {
+    Bits bits{};
+    std::memcpy(&bits, place, sizeof bits);
+    if (found.is_string() && found.get<std::string>().substr(0, 4) == "nan:") {
+        return bits == std::stoull(found.get<std::string>().substr(4), nullptr, 16);
+    }
+    const auto expected = static_cast<Real>(found.is_string() ? std::strtod(found.get<std::string>().c_str(), nullptr)
+                                                              : found.get<double>());
+    if (std::isnan(expected)) { // as a word, without bits
+        Real real{};
+        std::memcpy(&real, place, sizeof real);
+        return std::isnan(real);
+    }
+    Bits expectedBits{};
+    std::memcpy(&expectedBits, &expected, sizeof expected);
+    return bits == expectedBits;
+}
+
+/// How the elements of a type are read; what the tool has for that is not asked.
+struct ElementReader {
+    const char *type;
+    std::size_t size;
+    bool (*is)(const json &, const unsigned char *);
+};
+
+const ElementReader readers[] = {
+    {"INT8", 1, isElement<std::int8_t>},        {"INT16", 2, isElement<std::int16_t>},
+    {"INT32", 4, isElement<std::int32_t>},      {"UINT8", 1, isElement<std::uint8_t>},
+    {"UINT16", 2, isElement<std::uint16_t>},    {"UINT32", 4, isElement<std::uint32_t>},
+    {"CHAR", 1, isElement<std::uint8_t>},       {"BOOL", 4, isElement<std::uint32_t>},
+    {"FLOAT", 4, isReal<float, std::uint32_t>}, {"DOUBLE", 8, isReal<double, std::uint64_t>},
+};
+
+bool isContent(const json &found, const std::string &type, const std::vector<unsigned char> &content) {
+    if (type == "STRING") {
+        std::vector<unsigned char> expected;
+        if (found.is_string()) {
+            const std::string text = found.get<std::string>();
+            expected.assign(text.begin(), text.end());
+            expected.resize(std::max(content.size(), text.size())); // zeros behind it
+        } else {
+            expected = bytesOfHex(found);
+        }
+        return content == expected;
+    }
+    const std::size_t end = type.find("_ARRAY");
+    const json elements = end == std::string::npos ? json::array({found}) : found;
+    for (const ElementReader &reader : readers) {
+        if (type.substr(0, end) == reader.type) {
+            bool isSame = elements.is_array() && content.size() == elements.size() * reader.size;
+            for (std::size_t i = 0; isSame && i < elements.size(); ++i) {
+                isSame = reader.is(elements[i], content.data() + i * reader.size);
+            }
+            return isSame;
+        }
+    }
+    return false;
+}
+
+/// What the text says, by the JSON parser alone, is what the values are.
+void checkSame(const std::string &text, const StoredValues &values) {
+    const json parsed = json::parse(text);
+    FUZZ_CHECK(parsed["variables"].size() == values.size(), text);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const json &entry = parsed["variables"][i];
+        const json &path = entry["path"];
+        const std::vector<unsigned char> pathBytes(values[i].path.begin(), values[i].path.end());
+        FUZZ_CHECK(path.is_string() ? path.get<std::string>() == values[i].path : bytesOfHex(path) == pathBytes, text);
+        const auto type = entry["type"].get<std::string>();
+        FUZZ_CHECK(storage::typeName(values[i].type) == type, text);
+        FUZZ_CHECK(values[i].noOfElements == entry["count"].get<std::uint64_t>(), text);
+        FUZZ_CHECK(isContent(entry["value"], type, values[i].content), text + "\n  is " + fuzz::shown({values[i]}));
+    }
+}
+
 /// What a store holds goes through a document and comes back bit by bit.
 void checkThereAndBack(const StoredValues &values) {
     StoredValues back;
     const std::string text = toDocument(values).dump(2);
+    checkSame(text, values);
     FUZZ_CHECK(load(text, back), text);
     FUZZ_CHECK(back == values, fuzz::shown(values) + "\n  or " + fuzz::shown(back));
 }
@@ -132,14 +237,8 @@ void checkText(const std::string &text) {
         return;
     }
     fuzz::checkWhole(values);
+    checkSame(text, values);
     checkThereAndBack(values);
-    const json parsed = json::parse(text);
-    FUZZ_CHECK(parsed["variables"].size() == values.size(), text);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const json &entry = parsed["variables"][i];
-        FUZZ_CHECK(storage::typeName(values[i].type) == entry["type"].get<std::string>(), text);
-        FUZZ_CHECK(values[i].noOfElements == entry["count"].get<std::uint64_t>(), text);
-    }
 }
 
 } // namespace

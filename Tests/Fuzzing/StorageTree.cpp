@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CDatabase.h"
@@ -63,6 +64,7 @@ struct Object {
 struct Walk {
     std::map<std::string, CVariable *> paths;
     std::vector<const Object::Variable *> visited;
+    std::vector<std::string> visitedPaths; ///< In that order.
     long count = 0;
 
     /// @return whether it fails.
@@ -87,10 +89,66 @@ struct Walk {
             whole.append("/").append(path).append("/").append(variable.name);
             paths[cut(whole, 511)] = variable.record;
             visited.push_back(&variable);
+            visitedPaths.push_back(cut(whole, 511));
         }
         return hasFailed;
     }
 };
+
+/// What a record keeps for others. Nothing is left marked: it is the harness's.
+void checkWords(CStorageObject &object, const std::string &name) {
+    void *address = &object;
+    std::uintptr_t data = 1;
+    FUZZ_CHECK(CStorageObject_GetRawObjectContentAddress(&object, &address) == eAF_E_FAILED && address == nullptr,
+               name);
+    FUZZ_CHECK(CStorageObject_GetApplicationData(&object, &data) == eAF_E_FAILED && data == 0, name);
+    FUZZ_CHECK(CStorageObject_SetRawObjectContentAddress(&object, &data) == eAF_S_OK, name);
+    CStorageObject_SetApplicationData(&object, 7);
+    FUZZ_CHECK(CStorageObject_GetRawObjectContentAddress(&object, &address) == eAF_S_OK && address == &data, name);
+    FUZZ_CHECK(CStorageObject_GetApplicationData(&object, &data) == eAF_S_OK && data == 7, name);
+    FUZZ_CHECK(CStorageObject_IsWritable(&object) == 1, name);
+    CStorageObject_SetWritable(&object, 0);
+    FUZZ_CHECK(CStorageObject_IsWritable(&object) == 0, name);
+    FUZZ_CHECK(CStorageObject_ReserveSize(&object, 5) == eAF_S_OK && object.reservedSize == 5, name);
+    for (const std::uint32_t mark : {1U, 0U}) {
+        CStorageObject_SetDynamicallyAllocated(&object, mark);
+        FUZZ_CHECK(CStorageObject_IsDynamicallyAllocated(&object) == mark, name);
+    }
+}
+
+void checkWords(CStorageRegion &region, const std::string &name) {
+    char *found = nullptr;
+    FUZZ_CHECK(CStorageRegion_GetName(&region, &found) == (name.empty() ? eAF_E_FAILED : eAF_S_OK) && name == found,
+               name);
+    FUZZ_CHECK(CStorageRegion_GetLocationId(&region) == 1, name);
+    unsigned long size = 1;
+    FUZZ_CHECK(CStorageRegion_GetReservedSize(&region, &size) == eAF_S_OK && size == 0, name);
+    FUZZ_CHECK(CStorageRegion_ReserveSize(&region, 9) == eAF_S_OK, name);
+    FUZZ_CHECK(CStorageRegion_GetReservedSize(&region, &size) == eAF_S_OK && size == 9, name);
+    for (const std::uint32_t mark : {1U, 0U}) {
+        CStorageRegion_SetDynamicallyAllocated(&region, mark);
+        FUZZ_CHECK(CStorageRegion_IsDynamicallyAllocated(&region) == mark, name);
+    }
+}
+
+/// A parent that only carries the child's address: the child stays what it is.
+void checkCarried(Object &child) {
+    CStorageObject parent{};
+    CStorageObject_Construct(&parent, "parent");
+    const EAFResult expected = child.name.empty() ? eAF_E_FAILED : eAF_S_OK;
+    FUZZ_CHECK(CStorageObject_AddObject(&parent, &child.record) == expected, child.name);
+    CVariable *carrier = nullptr;
+    if (expected == eAF_S_OK) {
+        FUZZ_CHECK(CStorageObject_AddObject(&parent, &child.record) == eAF_E_NAME_NOT_UNIQUE, child.name);
+        FUZZ_CHECK(CStorageObject_GetVariableByName(&parent, child.name.c_str(), &carrier) == 1, child.name);
+        CStorageObject *carried = nullptr;
+        FUZZ_CHECK(CVariable_GetContent(carrier, &carried) == eAF_S_OK && carried == &child.record, child.name);
+    }
+    FUZZ_CHECK(CStorageObject_GetNoOfVariables(&parent) == (expected == eAF_S_OK ? 1 : 0), child.name);
+    CStorageObject_Destruct(&parent);
+    const std::unique_ptr<CVariable[]> memory(carrier); // nobody else's any more
+    FUZZ_CHECK(CStorageObject_GetNoOfVariables(&child.record) == child.variables.size(), child.name);
+}
 
 class Tree {
 public:
@@ -120,6 +178,8 @@ public:
             }
         }
         check(made);
+        checkWords(made.record, made.name);
+        checkCarried(made);
         return &made;
     }
 
@@ -281,6 +341,74 @@ void fill(Region &region, Tree &tree, FuzzInput &input) {
         }
     }
     FUZZ_CHECK(CStorageRegion_GetNoOfObjects(&region.record) == region.objects.size(), region.name);
+    FUZZ_CHECK(CStorageRegion_IsEmpty(&region.record) == (region.objects.empty() ? 1 : 0), region.name);
+    unsigned long size = 1;
+    std::uint64_t expectedSize = 0;
+    for (const Object *object : region.objects) {
+        for (const Object::Variable &variable : object->variables) {
+            expectedSize += variable.size;
+        }
+    }
+    FUZZ_CHECK(CStorageRegion_GetSizeInBytes(&region.record, &size) == eAF_S_OK && size == expectedSize, region.name);
+    checkWords(region.record, region.name);
+}
+
+/// The regions by name, and the variables that top-level objects hold: the first of each name.
+void checkNames(CDatabase &database, const std::deque<Region> &regions) {
+    std::map<std::string, const CStorageRegion *> byName;
+    std::map<std::string, const CVariable *> variables;
+    for (const Region &region : regions) {
+        if (region.isFiled) {
+            byName[region.name] = &region.record; // no two of one name are filed
+        }
+        for (const Object *object : region.isFiled ? region.objects : std::vector<const Object *>()) {
+            for (const Object::Variable &variable : object->variables) {
+                variables.try_emplace(variable.name, variable.record);
+            }
+        }
+    }
+    FUZZ_CHECK(CDatabase_GetNoOfRegions(&database) == byName.size(), std::to_string(byName.size()));
+    for (const char *name : {"R0", "R1", "R2", "R3", "R4", "R5"}) {
+        byName.try_emplace(name, nullptr);
+    }
+    for (const auto &[name, expected] : byName) {
+        CStorageRegion *found = nullptr;
+        FUZZ_CHECK(CDatabase_GetRegionByName(&database, name.c_str(), &found) ==
+                           (expected != nullptr ? eAF_S_OK : eAF_E_UNKNOWN_REGION) &&
+                       found == expected,
+                   name);
+    }
+    for (const char *name : {"V0", "V1", "N1", "A1"}) {
+        variables.try_emplace(name, nullptr);
+    }
+    variables.erase(""); // nobody asks for one without a name
+    for (const auto &[name, expected] : variables) {
+        CVariable *found = nullptr;
+        FUZZ_CHECK(CDatabase_GetVariableByName(&database, name.c_str(), &found) ==
+                           (expected != nullptr ? eAF_S_OK : eAF_E_UNKNOWN_VARIABLE) &&
+                       found == expected,
+                   name);
+    }
+}
+
+std::vector<std::pair<const CVariable *, std::string>> met;
+
+/// Fails now and then, which the walk takes no notice of.
+EAFResult meet(CDatabase * /*database*/, CVariable *variable, const char *fullPath, const char *regionName,
+               const char *objectPath, const char *variableName) {
+    met.emplace_back(variable, fullPath);
+    const std::string whole = std::string(regionName) + "/" + objectPath + "/" + variableName;
+    FUZZ_CHECK(cut(whole, 511) == fullPath, whole);
+    return met.size() % 3 == 0 ? eAF_E_FAILED : eAF_S_OK;
+}
+
+void checkVisits(CDatabase &database, const Walk &walk, EAFResult expected) {
+    met.clear();
+    FUZZ_CHECK(CDatabase_DoVariableOperation(&database, meet) == expected, "DoVariableOperation");
+    FUZZ_CHECK(met.size() == walk.visited.size(), std::to_string(met.size()));
+    for (std::size_t i = 0; i < met.size(); ++i) {
+        FUZZ_CHECK(met[i].first == walk.visited[i]->record && met[i].second == walk.visitedPaths[i], met[i].second);
+    }
 }
 
 void checkWalks(CDatabase &database, const std::deque<Region> &regions) {
@@ -303,6 +431,8 @@ void checkWalks(CDatabase &database, const std::deque<Region> &regions) {
     FUZZ_CHECK(CDatabase_GetVariableByPath(&database, "R1/O1", &none) ==
                    (walk.paths.empty() ? eAF_E_VARIABLE_HASH_TABLE_EMPTY : eAF_E_UNKNOWN_VARIABLE),
                "no variable's path");
+
+    checkVisits(database, walk, expected);
 
     for (const Object::Variable *variable : walk.visited) {
         *static_cast<std::int32_t *>(variable->record->content) = 5;
@@ -349,6 +479,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
         region.isFiled = expected == eAF_S_OK;
     }
     checkWalks(database, regions);
+    checkNames(database, regions);
     const std::string gone = nameFrom(input, "R");
     EAFResult expected = eAF_E_UNKNOWN_REGION;
     for (Region &region : regions) {

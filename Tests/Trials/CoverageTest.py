@@ -1,9 +1,13 @@
 #!/usr/bin/env python3
 """What ./run coverage makes of counts."""
 
+import shutil
+import subprocess
 import sys
 import unittest
 from collections import Counter
+from contextlib import redirect_stdout
+from io import StringIO
 from pathlib import Path
 from tempfile import TemporaryDirectory
 
@@ -11,7 +15,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 import coverage  # noqa: E402
-from Trial import CanNotTell, add_counts, add_up  # noqa: E402
+from Trial import CanNotTell, add_counts, add_up, told_by_gcov  # noqa: E402
 
 SOURCE = "StorageProviders/f.cpp"
 LINE, BRANCH = ("line", "return 1;"), ("branch", "if (a) {")
@@ -54,11 +58,37 @@ class TheGate(unittest.TestCase):
         known = {SOURCE: Counter({LINE: 1, BRANCH: 1})}
         self.assertEqual(1, len(self.complaints(*self.found(taken=(0, 0)), allowed=known)))
 
-    def test_raisingIsFree_andTold(self):
-        known = {SOURCE: Counter({LINE: 1, BRANCH: 1})}
-        found, places = self.found(inside=1, taken=(1, 1))
-        self.assertEqual([], coverage.compare(found, places, known))
-        self.assertEqual(2, len(coverage.better(found, known, {})))
+    def exit_code(self, found, places, known, reasons=None):
+        with redirect_stdout(StringIO()) as said:
+            code = coverage.tell(coverage.compare(found, places, known), coverage.better(found, known, reasons or {}), 1, 2)
+        return code, said.getvalue()
+
+    def test_whatIsListedAndReached_fails_orItCouldBeLostUnnoticed(self):
+        known = {SOURCE: Counter({LINE: 1, BRANCH: 2})}
+        code, said = self.exit_code(*self.found(inside=1, taken=(0, 1)), known)
+        self.assertEqual(1, code)
+        self.assertIn(f"{SOURCE}: line 'return 1;'\n    1 listed as not reached, 0 are not", said)
+        self.assertIn(f"{SOURCE}: branch 'if (a) {{'\n    2 listed as not reached, 1 are not", said)
+        self.assertIn("./run coverage --accept", said)
+        self.assertEqual(1, self.exit_code({}, {}, known)[0])
+
+    def test_whatIsReachedSometimes_passesEitherWay(self):
+        known = {SOURCE: Counter({LINE: 1})}
+        reasons = {(SOURCE, *LINE): "sometimes: two threads meet"}
+        for inside in (0, 1):
+            self.assertEqual(0, self.exit_code(*self.found(inside=inside, taken=(1, 1)), known, reasons)[0])
+
+    def test_whatWasReachedSometimes_leavesWithItsLine(self):
+        gone = ("line", "return 3;")
+        known, reasons = {SOURCE: Counter({gone: 1})}, {(SOURCE, *gone): "sometimes: two threads meet"}
+        code, said = self.exit_code(*self.found(inside=1, taken=(1, 1)), known, reasons)
+        self.assertEqual(1, code)
+        self.assertIn("return 3;", said)
+        coverage.write_list(self.list, {}, known, reasons)
+        self.assertEqual({}, coverage.read_list(self.list)[0])
+
+    def test_whatIsLost_fails(self):
+        self.assertEqual(1, self.exit_code(*self.found(taken=(1, 1)), {})[0])
 
     def test_anAcceptedList_isReadBackWithItsReasons(self):
         found, _ = self.found()
@@ -95,6 +125,56 @@ class Counts(unittest.TestCase):
         add_up(total, found)
         add_up(total, {SOURCE: {2: {"count": 2, "branches": [0, 2]}}})
         self.assertEqual({SOURCE: {2: {"count": 3, "branches": [1, 2]}}}, total)
+
+
+    def test_aSourceWithoutAnyCount_isTold(self):
+        compiled = [SOURCE, "StorageProviders/g.cpp", "StorageProviders/RecordLayouts.cpp", "Framework/elsewhere.cpp"]
+        line = {1: {"count": 0, "branches": []}}
+        for total, missing in (({}, f"{SOURCE}, StorageProviders/g.cpp"),
+                               ({SOURCE: line, "StorageProviders/g.cpp": {}}, "StorageProviders/g.cpp")):
+            with self.assertRaisesRegex(CanNotTell, f"^no line is counted of {missing}. "):
+                coverage.check_complete(compiled, total)
+        coverage.check_complete(compiled, {SOURCE: line, "StorageProviders/g.cpp": line})
+
+
+class Gcov(unittest.TestCase):
+    """A compiler's program, that does as it is told."""
+
+    def told(self, script):
+        with TemporaryDirectory() as folder:
+            program = Path(folder) / "gcov"
+            program.write_text("#!/bin/sh\n" + script)
+            program.chmod(0o755)
+            return told_by_gcov([Path("f.gcda")], Path(folder), str(program))
+
+    def test_whatItTells_isRead(self):
+        self.assertEqual([{"files": []}, {"files": [1]}], self.told("""echo '{"files": []}'; echo '{"files": [1]}'"""))
+
+    def test_whatGoesWrong_isNotTakenForNothing(self):
+        for script, reason in (("exit 3", "ended with 3"), ("""echo '{"files": []}'; exit 3""", "ended with 3"),
+                               ("echo 'f.gcda:stamp mismatch with notes file' >&2", "stamp mismatch"),
+                               ("echo 'File f.cpp'", "are no JSON")):
+            with self.assertRaisesRegex(CanNotTell, reason):
+                self.told(script)
+
+    def test_countsThatTheNotesDoNotFit_areTold(self):
+        if shutil.which("gcc") is None or shutil.which("gcov") is None:
+            self.skipTest("this machine has no compiler that counts")
+        with TemporaryDirectory() as folder:
+            def made(text):
+                (Path(folder) / "f.c").write_text(text)
+                for flags in (["--coverage", "-c", "f.c", "-o", "f.o"], ["--coverage", "f.o", "-o", "f"]):
+                    subprocess.run(["gcc", *flags], cwd=folder, check=True)
+
+            def told():
+                return told_by_gcov([Path("f.gcda")], Path(folder))
+
+            made("int main(void) { return 0; }\n")
+            subprocess.run(["./f"], cwd=folder, check=True)
+            self.assertEqual([1], [file["lines"][0]["count"] for document in told() for file in document["files"]])
+            made("int f(int a) { return a; }\nint main(void) { return f(0); }\n")
+            with self.assertRaisesRegex(CanNotTell, "stamp mismatch"):
+                told()
 
 
 if __name__ == "__main__":

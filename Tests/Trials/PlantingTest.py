@@ -3,6 +3,8 @@
 
 import sys
 import unittest
+from contextlib import redirect_stdout
+from io import StringIO
 from pathlib import Path
 from tempfile import TemporaryDirectory
 
@@ -160,10 +162,12 @@ class OfAWholeSource(unittest.TestCase):
 
 
 class FakeWorker:
-    """A compiler, linker and machine that do as they are told."""
+    """A compiler, linker and machine that do as they are told. A program comes to its outcomes in turn, the last of which
+    stays; those that do not pass as built fail without a mistake too."""
 
-    def __init__(self, folder, compiles=True, outcomes=None, same=False):
-        self.sources, self.compiles, self.outcomes, self.same = folder, compiles, outcomes or {}, same
+    def __init__(self, folder, compiles=True, outcomes=None, same=False, fail_as_built=()):
+        self.sources, self.compiles, self.same, self.fail_as_built = folder, compiles, same, fail_as_built
+        self.outcomes = {name: list(outcome) for name, outcome in (outcomes or {}).items()}
         self.build = type("Build", (), {"dependants": {}})
         self.ran = []
 
@@ -175,7 +179,12 @@ class FakeWorker:
 
     def run(self, program, _made, _limit, _environment=None):
         self.ran.append(program.name)
-        return Outcome(self.outcomes.get(program.name, "passed"))
+        outcomes = self.outcomes.get(program.name, ["passed"])
+        return Outcome(outcomes.pop(0) if len(outcomes) > 1 else outcomes[0])
+
+    def run_as_built(self, program, _limit, _environment=None):
+        self.ran.append(f"{program.name} as built")
+        return Outcome("failed" if program.name in self.fail_as_built else "passed")
 
     def same_code(self, *_arguments):
         return self.same
@@ -200,12 +209,32 @@ class TheVerdict(unittest.TestCase):
             self.assertEqual(self.source, (Path(folder) / "f.cpp").read_text())
         return entry, worker
 
-    def test_aProgramThatFails_catches(self):
-        for how in ("failed", "crashed", "hung"):
-            entry, worker = self.judged(outcomes={"Fast": how})
+    def test_aProgramThatFailsTwice_catches(self):
+        for how in ("failed", "crashed"):
+            entry, worker = self.judged(outcomes={"Fast": [how]})
             self.assertEqual(("caught", "Fast"), (entry.verdict, entry.by))
-            # What waits is given a second chance.
-            self.assertEqual(["Fast"] * (2 if how == "hung" else 1), worker.ran)
+            self.assertEqual(["Fast", "Fast"], worker.ran)
+
+    def test_aProgramThatWaitsTwice_catches_whereItDoesNotWithoutTheMistake(self):
+        entry, worker = self.judged(outcomes={"Fast": ["hung"]})
+        self.assertEqual(("caught", "Fast"), (entry.verdict, entry.by))
+        self.assertEqual(["Fast", "Fast", "Fast as built"], worker.ran)
+        entry, worker = self.judged(outcomes={"Fast": ["hung"]}, fail_as_built=["Fast"])
+        self.assertEqual("survived", entry.verdict)
+        self.assertEqual("Slow", worker.ran[-1])
+
+    def test_aProgramThatFailsOnce_catchesNothing_andTheNextIsAsked(self):
+        entry, worker = self.judged(outcomes={"Fast": ["failed", "passed"]})
+        self.assertEqual("survived", entry.verdict)
+        self.assertEqual(["Fast", "Fast", "Fast", "Slow"], worker.ran)
+        entry, _ = self.judged(outcomes={"Fast": ["failed", "passed"], "Slow": ["failed"]})
+        self.assertEqual(("caught", "Slow"), (entry.verdict, entry.by))
+
+    def test_aProgramThatFailsTwoTimesOfThree_catches_whereItPassesWithoutTheMistake(self):
+        for failing, verdict in (([], "caught"), (["Fast"], "survived")):
+            entry, worker = self.judged(outcomes={"Fast": ["failed", "passed", "failed"]}, fail_as_built=failing)
+            self.assertEqual(verdict, entry.verdict)
+            self.assertEqual(["Fast", "Fast", "Fast", "Fast as built"], worker.ran[:4])
 
     def test_onlyProgramsThatReachIt_areAsked_theFastestFirst(self):
         entry, worker = self.judged()
@@ -213,18 +242,53 @@ class TheVerdict(unittest.TestCase):
         self.assertEqual(["Fast", "Slow"], worker.ran)
 
     def test_whatDoesNotCompile_isNeitherCaughtNorSurvived(self):
-        entry, worker = self.judged(compiles=False, outcomes={"Fast": "failed"})
+        entry, worker = self.judged(compiles=False, outcomes={"Fast": ["failed"]})
         self.assertEqual("uncompiled", entry.verdict)
         self.assertEqual([], worker.ran)
 
     def test_theSameCode_isToldApart(self):
         self.assertEqual("equivalent", self.judged(same=True)[0].verdict)
 
+    def reported(self, entries, reasons, possible=()):
+        with redirect_stdout(StringIO()) as said:
+            passed = mutate.report(entries, reasons, possible)
+        return passed, said.getvalue()
+
     def test_aReport_failsForASurvivorWithoutAReason(self):
         entry, _ = self.judged()
-        self.assertFalse(mutate.report([entry], {}))
-        self.assertTrue(mutate.report([entry], {entry.key: "it may"}))
-        self.assertTrue(mutate.report([self.judged(same=True)[0]], {}))
+        self.assertFalse(self.reported([entry], {})[0])
+        self.assertTrue(self.reported([entry], {entry.key: "it may"}, [entry])[0])
+        self.assertTrue(self.reported([self.judged(same=True)[0]], {})[0])
+
+    def test_aReport_failsForAReasonThatIsNotNeededAnyMore(self):
+        caught, _ = self.judged(outcomes={"Fast": ["failed"]})
+        passed, said = self.reported([caught], {caught.key: "it may"}, [caught])
+        self.assertFalse(passed)
+        self.assertIn("explains a mistake that is caught by Fast\n    file: f.cpp", said)
+        passed, said = self.reported([caught], {("f.cpp", "f", "return 3;", "return 4;"): "it may"}, [caught])
+        self.assertFalse(passed)
+        self.assertIn("explains a mistake that can not be planted", said)
+
+    def test_aReport_leavesReasonsOfWhatWasNotTried(self):
+        entry, _ = self.judged(outcomes={"Fast": ["failed"]})
+        elsewhere = ("g.cpp", "g", "return 3;", "return 4;")
+        self.assertTrue(self.reported([], {entry.key: "it may", elsewhere: "it may"}, [entry])[0])
+
+    def test_aReport_tellsTheShareOfWhatChangedTheCode(self):
+        caught, _ = self.judged(outcomes={"Fast": ["failed"]})
+        same, uncompiled = self.judged(same=True)[0], self.judged(compiles=False)[0]
+        survivor, _ = self.judged()
+        said = self.reported([caught] * 97 + [survivor] * 3 + [same, uncompiled], {})[1]
+        self.assertIn("caught 97.0% of the 100 that compiled and changed the code; at least 97% is the aim: met", said)
+        said = self.reported([caught] * 96 + [survivor] * 3 + [same] * 9, {})[1]
+        self.assertIn("caught 96.9% of the 99 that compiled and changed the code; at least 97% is the aim: missed", said)
+        self.assertIn("none compiled and changed the code", self.reported([same], {})[1])
+
+    def test_eachReasonOfThisProject_isOfAMistakeThatCanBePlanted(self):
+        files = mutate.sources(mutate.LIBRARY + mutate.PROVIDERS, ".")
+        reasons = mutate.explained()
+        self.assertEqual([], mutate.stale(reasons, mutate.choose(files, 1), []))
+        self.assertEqual(set(), {key[0] for key in reasons} - set(files))
 
 
 class AProgram(unittest.TestCase):

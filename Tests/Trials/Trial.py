@@ -14,6 +14,8 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 PRODUCT = ("Framework", "StorageProviders")
+# What holds nothing but assertions for the compiler.
+WITHOUT_CODE = ("RecordLayouts.cpp",)
 # Those that start other programs: what these run is not what was built for the trial.
 LEFT_OUT = ("ControllerKillTest", "StorageKillTest", "RadioUnitControllerTest", "LoadedAtRunTime", "StoreToolMemoryTest",
             "StoreToolTest", "ValueJsonTest")
@@ -89,6 +91,11 @@ class Outcome:
     @property
     def passed(self):
         return self.how == "passed"
+
+    @property
+    def is_waiting(self):
+        """Hung, and not because it works for ever."""
+        return self.how == "hung" and not self.detail
 
 
 def run_program(program, binary, folder, libraries, limit, environment=None, has_own_queues=True):
@@ -223,6 +230,11 @@ class Build:
     def libraries(self):
         return [output for output in self.links if output.startswith("lib/")]
 
+    def compiled_sources(self):
+        """The product's, as the project names them."""
+        return sorted({str(Path(words[words.index("-c") + 1]).relative_to(self.root))
+                       for target, words in self.compiles.items() if target.startswith(PRODUCT)})
+
 
 class Worker:
     """A copy of the product's sources, in which one mistake at a time may stand, and what is built of it."""
@@ -333,6 +345,11 @@ class Worker:
         return run_program(program, self.program(program, made), self.run_folder(program),
                            (self.libraries, self.build.folder / "lib"), limit, environment, self.has_own_queues)
 
+    def run_as_built(self, program, limit, environment=None):
+        """The program without any mistake, on the machine as busy as it is now."""
+        return run_program(program, self.build.folder / program.link, self.run_folder(program),
+                           (self.build.folder / "lib",), limit, environment, self.has_own_queues)
+
     def run_folder(self, _program):
         return self.folder / "run"
 
@@ -393,13 +410,27 @@ class Counter(Worker):
             if not file.with_suffix(".gcno").exists():
                 file.with_suffix(".gcno").symlink_to(notes)
         found = {}
-        if data:
-            told = subprocess.run(["gcov", "--branch-probabilities", "--json-format", "--stdout", *map(str, data)],
-                                  cwd=counts, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
-            for document in told.splitlines():
-                for file in json.loads(document)["files"]:
-                    add_counts(found, file, self.sources)
+        for document in told_by_gcov(data, counts):
+            for file in document["files"]:
+                add_counts(found, file, self.sources)
         return found
+
+
+def told_by_gcov(data, folder, program="gcov"):
+    """What gcov makes of the counts. It also ends well where it could read some of them or none, and says so beside."""
+    if not data:
+        return []
+    told = subprocess.run([program, "--branch-probabilities", "--json-format", "--stdout", *map(str, data)], cwd=folder,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace")
+    said = told.stderr.strip()
+    if told.returncode != 0 or said:
+        raise CanNotTell(f"gcov ended with {told.returncode} and said: {said[-500:] or 'nothing'}\n"
+                         "It has to be of the compiler's version (gcov --version, gcc --version), and no other run may "
+                         "work in the same folder.")
+    try:
+        return [json.loads(line) for line in told.stdout.splitlines()]
+    except ValueError as failure:
+        raise CanNotTell(f"gcov's counts are no JSON, as those of GCC 9 and later are: {failure}") from failure
 
 
 def add_counts(found, file, sources):

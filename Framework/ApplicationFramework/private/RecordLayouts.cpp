@@ -32,8 +32,7 @@ constexpr std::size_t aligned(std::size_t offset, std::size_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
 }
 
-// Texts and lists lie in records: the size that counts is their own, not that of what they hold.
-// NOLINTBEGIN(bugprone-sizeof-container)
+// NOLINTBEGIN(bugprone-sizeof-container): texts and lists lie in records: their own size counts, not what they hold
 
 /// A record's field: where it begins and how many bytes it takes.
 #define FIELD(record, field, offset, size)                                                                             \

@@ -8,10 +8,10 @@ namespace voxtrace {
 
 /// Text that needs the heap only beyond its first kilobyte. Short of memory it keeps what fits and says so;
 /// it never fails and never throws.
-// m_size tells what of the kilobyte counts. NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): m_size tells what of the kilobyte counts
 class TextBuffer {
 public:
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): as above
     TextBuffer() noexcept = default;
     ~TextBuffer();
     TextBuffer(const TextBuffer &) = delete;

@@ -81,7 +81,8 @@ protected:
         SEventDataMessage poison;
         std::memset(static_cast<void *>(&poison), 0, sizeof poison);
         poison.eventId = 7;
-        poison.pData = reinterpret_cast<void *>(std::uintptr_t{0xDEAD0001}); // NOLINT(performance-no-int-to-ptr)
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): an address that is nobody's
+        poison.pData = reinterpret_cast<void *>(std::uintptr_t{0xDEAD0001});
         poison.isCopied = 1;
         mq_attr attributes{};
         attributes.mq_maxmsg = 10;

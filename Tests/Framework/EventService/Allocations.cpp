@@ -135,8 +135,7 @@ void release(void *block) {
 
 } // namespace
 
-// The system's headers name the parameters in its reserved way.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 void *malloc(std::size_t size) noexcept {
     return allocate(size, __builtin_return_address(0));
 }

@@ -25,8 +25,7 @@ std::atomic<bool> isReleased{false};
 
 } // namespace
 
-// The definitions below are the system's, whose headers name the parameters in its reserved way.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 ssize_t mq_timedreceive(mqd_t queue, char *bytes, std::size_t size, unsigned int *priority, const timespec *end) {
     if (isEndless) {
         ++discarded;

@@ -143,8 +143,8 @@ void EventHandlerWalk::fire() {
 
 EAFResult EventHandlerWalk::fireReally(std::uint32_t operation, std::uint32_t id, const ModelMessage &message,
                                        const std::array<char, copySize> &data) {
-    // The listeners do not write there.
-    void *pointer = const_cast<void *>(message.data); // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the listeners do not write there
+    void *pointer = const_cast<void *>(message.data);
     switch (operation) {
     case 0:
         return CEventHandler_FireEvent(id);

@@ -173,8 +173,7 @@ int threadAttributesAlive() {
 
 } // namespace test
 
-// The definitions below are the system's, whose headers name the parameters in its reserved way.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 using namespace test;
 
 int setrlimit(__rlimit_resource_t resource, const rlimit *limits) noexcept {
@@ -199,8 +198,8 @@ mqd_t mq_open(const char *name, int flags, ...) noexcept {
     if ((flags & O_CREAT) != 0) {
         std::va_list arguments;
         va_start(arguments, flags);
-        // The analyzer does not see through va_start here.
-        call.mode = va_arg(arguments, mode_t); // NOLINT(clang-analyzer-valist.Uninitialized)
+        // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see through va_start here
+        call.mode = va_arg(arguments, mode_t);
         attributes = va_arg(arguments, const mq_attr *);
         va_end(arguments);
         log("mq_open " + call.name);

@@ -108,8 +108,7 @@ void *allocateOrThrow(std::size_t size) {
 
 } // namespace
 
-// The system's headers name the parameters in its reserved way.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 extern "C" {
 void *malloc(std::size_t size) noexcept {
     return allocate(size);

@@ -192,9 +192,8 @@ TEST_F(CModuleManagerRegistratorTest, AMovedFromOne_HoldsNoModule) {
     CModuleManagerRegistrator source(fan);
     const CModuleManagerRegistrator target(std::move(source));
     TraceRecorder::reset();
-    // What is left behind is described, so it may be looked at.
-    EXPECT_EQ(eAF_E_INVALID_ARGUMENT,
-              source.Register()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+    // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left behind is described
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, source.Register());
     EXPECT_EQ((Lines{{"RegisterModule", "Try to register null pointer", 0x8006}}), TraceRecorder::lines());
     EXPECT_EQ(registerText + "eAF_E_INVALID_ARGUMENT", logged("Register"));
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, source.RegisterCallbackVariant(LOW, 1, nullptr, 0));
@@ -227,8 +226,8 @@ TEST_F(CModuleManagerRegistratorTest, MoveAssignment_SwapsTheFlagWithTheModule) 
     CModuleManagerRegistrator b(pump);
     a = std::move(b);
     EXPECT_EQ(eAF_W_ALREADY_REGISTERED, a.Register());
-    // The swap is described: b holds what a held.
-    EXPECT_EQ(eAF_E_NOT_REGISTERED, b.Unregister()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+    // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): the swap is described, b holds what a held
+    EXPECT_EQ(eAF_E_NOT_REGISTERED, b.Unregister());
     EXPECT_EQ(eAF_S_OK, b.Register());
     EXPECT_TRUE(isRegistered(5));
 }

@@ -13,6 +13,7 @@ constexpr std::uint32_t warning = 0x1000;
 constexpr std::uint32_t alreadyRegistered = 0x1001;
 constexpr std::uint32_t failed = 0x8000;
 constexpr std::uint32_t invalidArgument = 0x8006;
+constexpr std::uint32_t notRegistered = 0x8007;
 constexpr std::uint32_t unknownBatch = 0x8009;
 constexpr std::uint32_t unknownPhase = 0x800B;
 constexpr std::uint32_t unknownModule = 0x800C;
@@ -265,6 +266,18 @@ std::uint32_t ModuleManagerModel::getPhaseName(Id id, std::string &name) {
         return report("Phase with id " + text(id) + " not found", unknownPhase);
     }
     name = phase->name;
+    return 0;
+}
+
+std::uint32_t ModuleManagerModel::perform(const std::string &operation, const std::string &failure,
+                                          std::uint32_t answer) {
+    if (!hasResetProvider) {
+        return notRegistered;
+    }
+    if (answer >= failed) {
+        function = operation;
+        report(failure, failed);
+    }
     return 0;
 }
 

@@ -41,6 +41,8 @@ public:
     std::uint32_t setModuleState(Id id, std::uint32_t state);
     std::uint32_t queryModuleState(Id id, std::uint32_t &state);
     std::uint32_t getPhaseName(Id id, std::string &name);
+    /// An operation of the reset provider, which gives that answer.
+    std::uint32_t perform(const std::string &operation, const std::string &failure, std::uint32_t answer);
     std::size_t numberOfModules() const { return modules.size(); }
     void unInitialize();
 
@@ -51,6 +53,8 @@ public:
                        std::uint32_t priority, const std::string &name);
     std::size_t numberOfBatches() const { return batches.size(); }
     std::size_t numberOfPhases() const { return phases.size(); }
+
+    bool hasResetProvider = false;
 
     /// Of each callback.
     std::vector<std::uint32_t> answers;

@@ -22,12 +22,31 @@ struct Probe {
 };
 std::array<Probe, numberOfCallbacks> probes;
 std::vector<ModuleManagerModel::Call> calls;
+std::uint32_t resetAnswer;
+std::vector<std::uint32_t> resetWords; ///< What the reset provider was called with.
 
 EAFResult onCall(void *context, std::uint32_t phaseId, ECallbackPriority priority) {
     const Probe *probe = static_cast<Probe *>(context);
     calls.push_back({static_cast<std::size_t>(probe - probes.data()), phaseId, priority});
     return static_cast<EAFResult>(probe->answer);
 }
+
+EAFResult onReset(std::uint32_t first, std::uint32_t second, std::uint32_t third) {
+    resetWords = {first, second, third};
+    return static_cast<EAFResult>(resetAnswer);
+}
+
+EAFResult onResetInfo(void *first, void *second, std::uint32_t third) {
+    *static_cast<std::uint32_t *>(first) = third;
+    *static_cast<std::uint32_t *>(second) = third + 1;
+    return static_cast<EAFResult>(resetAnswer);
+}
+
+std::uint32_t onIsColdReset(SResetProvider * /*self*/) {
+    return resetAnswer;
+}
+
+SResetProvider resetProvider{onReset, onResetInfo, onIsColdReset};
 
 } // namespace
 
@@ -155,6 +174,36 @@ void ModuleManagerWalk::changeAnswers() {
     const std::uint32_t answer = any({0, 0, 0, 0, 0, 2, 0x1001, 0x7FFF, 0x8000, 0x8005, 0x800D, 0xFFFFFFFF});
     probes[callback].answer = answer;
     model.answers[callback] = answer;
+    resetAnswer = answer;
+    reset(static_cast<std::uint32_t>(callback));
+}
+
+/// Takes no choice of its own, so that the kept inputs of the fuzzer stay what they are.
+void ModuleManagerWalk::reset(std::uint32_t chosen) {
+    const bool isThere = model.hasResetProvider;
+    what = "PerformSystemReset";
+    resetWords.clear();
+    same(model.perform("CModuleManager_PerformSystemReset", "Error when calling Reset Provider to perform system reset",
+                       resetAnswer),
+         CModuleManager_PerformSystemReset(chosen, 2, 0xFFFFFFFF));
+    EXPECT_EQ(isThere ? (std::vector<std::uint32_t>{chosen, 2, 0xFFFFFFFF}) : std::vector<std::uint32_t>(), resetWords);
+    what = "GetSystemResetInfo";
+    std::uint32_t first = 70;
+    std::uint32_t second = 70;
+    same(model.perform("CModuleManager_GetSystemResetInfo", "Error when calling Reset Info Provider", resetAnswer),
+         CModuleManager_GetSystemResetInfo(&first, &second, chosen));
+    EXPECT_EQ(isThere ? chosen : 70, first);
+    EXPECT_EQ(isThere ? chosen + 1 : 70, second);
+    what = "IsColdReset";
+    EXPECT_EQ(isThere ? resetAnswer : 0, CModuleManager_IsColdReset());
+    model.hasResetProvider = chosen != 0;
+    if (chosen != 0) {
+        what = "RegisterResetProvider";
+        same(0, CModuleManager_RegisterResetProvider(&resetProvider));
+    } else {
+        what = "Initialize"; // forgets it
+        same(0, CModuleManager_Initialize());
+    }
 }
 
 void ModuleManagerWalk::query() {

@@ -51,6 +51,7 @@ private:
     void force();
     void run();
     void changeAnswers();
+    void reset(std::uint32_t chosen);
     void query();
     void compare();
     void same(std::uint32_t expected, std::uint32_t actual);

@@ -1,6 +1,10 @@
 #include "StorageWalk.h"
 
+#include <pthread.h>
+
 #include <gtest/gtest.h>
+
+#include <cerrno>
 
 #include "CStorageManager.h"
 #include "Providers.h"
@@ -70,10 +74,30 @@ void StorageWalk::lookUp() {
     CVariable *found = nullptr;
     ASSERT_EQ(expected, CStorageManager_GetVariableByPath(path.c_str(), &found)) << path;
     ASSERT_EQ(id, id != 0 ? ids[found] : 0) << path;
+    // Its record is the tree's, and stays when the region goes.
+    checkContent(path, expected, found, true);
     const std::string name = "V" + std::to_string(below(6));
     id = storage.byName(name, expected);
     ASSERT_EQ(expected, CStorageManager_GetVariableByName(name.c_str(), &found)) << name;
     ASSERT_EQ(id, id != 0 ? ids[found] : 0) << name;
+    checkContent(name, expected, found, false);
+    if (id != 0) {
+        ASSERT_EQ(eAF_S_OK, CVariable_Lock(found)) << name;
+        ASSERT_EQ(EBUSY, pthread_mutex_trylock(&found->mutex)) << name;
+        ASSERT_EQ(eAF_S_OK, CVariable_UnLock(found)) << name;
+        ASSERT_EQ(0, pthread_mutex_trylock(&found->mutex)) << name;
+        pthread_mutex_unlock(&found->mutex);
+    }
+}
+
+void StorageWalk::checkContent(const std::string &place, EAFResult expected, const CVariable *variable, bool isByPath) {
+    void *content = &ids;
+    unsigned long size = 1;
+    ASSERT_EQ(expected, isByPath ? CStorageManager_GetVariableContentAddressByPath(place.c_str(), &content, &size)
+                                 : CStorageManager_GetVariableContentAddressByName(place.c_str(), &content, &size))
+        << place;
+    ASSERT_EQ(expected == eAF_S_OK ? variable->content : &ids, content) << place;
+    ASSERT_EQ(expected == eAF_S_OK ? sizeof(std::int32_t) : 0, size) << place;
 }
 
 void StorageWalk::chooseFailure() {

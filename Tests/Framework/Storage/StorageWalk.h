@@ -35,6 +35,7 @@ private:
     void addObject(StorageModel::Object &model, CStorageObject *object, int depth);
     void registerRegion();
     void lookUp();
+    void checkContent(const std::string &place, EAFResult expected, const CVariable *variable, bool isByPath);
     void chooseFailure();
 
     Choices &choices;

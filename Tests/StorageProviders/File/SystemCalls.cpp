@@ -164,8 +164,7 @@ std::size_t SystemCalls::failures() const {
 
 } // namespace test
 
-// The definitions below are the system's, whose headers name the parameters in its reserved way.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's are reserved names
 using test::Change;
 
 extern "C" {
@@ -173,9 +172,8 @@ extern "C" {
 int open(const char *name, int flags, ...) {
     std::va_list arguments;
     va_start(arguments, flags);
-    // The analyzer does not see through va_start here.
-    const mode_t mode =
-        (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0; // NOLINT(clang-analyzer-valist.Uninitialized)
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not see through va_start here
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     static auto *const own = systems<int(const char *, int, ...)>("open", "open64");
     std::string file;
@@ -264,7 +262,8 @@ int ftruncate(int descriptor, off_t length) noexcept {
 int fcntl(int descriptor, int command, ...) {
     std::va_list arguments;
     va_start(arguments, command);
-    void *argument = va_arg(arguments, void *); // NOLINT(clang-analyzer-valist.Uninitialized)
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): as above
+    void *argument = va_arg(arguments, void *);
     va_end(arguments);
     static auto *const own = systems<int(int, int, ...)>("fcntl", "__fcntl_time64");
     std::string file;

@@ -92,8 +92,8 @@ std::string FailingCall::name() const {
 
 } // namespace test
 
-// The calls as SQLite declares them, but for the names of the parameters; one that fails does nothing else.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// The calls as SQLite declares them; one that fails does nothing else.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): SQLite's are in a style of its own
 #define FAIL_OR_FORWARD(name, arguments)                                                                               \
     const int failure = failureNow(__builtin_return_address(0), #name);                                                \
     static const auto real = next<decltype(&(name))>(#name);                                                           \

@@ -162,8 +162,7 @@ TEST_F(SqliteDamageTest, AnyByteOfTheHeader_MayGoBad) {
 }
 
 TEST_F(SqliteDamageTest, BitsFlippedAnywhere_NeverCrashAndNeverLoseTheFile) {
-    // The same noise at every run: a finding can be looked into.
-    std::mt19937 random(20261121); // NOLINT(cert-msc32-c,cert-msc51-cpp)
+    std::mt19937 random(20261121); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same noise at every run
     std::map<Outcome, unsigned> outcomes;
     for (std::size_t begin = 100; begin < contents.size(); begin += 331) {
         const std::size_t position = std::min<std::size_t>(begin + random() % 331, contents.size() - 1);

@@ -92,9 +92,8 @@ StoredValues sorted(StoredValues values) {
 
 std::string outputOf(const std::string &command) {
     std::string output;
-    // Programs are asked as a user would ask them; names in here are the test's own.
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen((command + " 2>&1").c_str(), "r"), // NOLINT(cert-env33-c)
-                                                      pclose);
+    // NOLINTNEXTLINE(cert-env33-c): programs are asked as a user would ask them; names in here are the test's own
+    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
     std::array<char, 4096> bytes{};
     for (std::size_t read = 1; pipe != nullptr && read > 0;) {
         read = fread(bytes.data(), 1, bytes.size(), pipe.get());
