@@ -65,7 +65,7 @@ protected:
     }
     /// How long a store takes here and now.
     useconds_t timeOfAStore() {
-        constexpr int noOfStores = 20;
+        constexpr int noOfStores = 10;
         ChildProgram host(RADIO_UNIT_CONTROLLER, options());
         EXPECT_TRUE(host.waitForOutput("storing generation 1\n")) << host.errors();
         const auto start = std::chrono::steady_clock::now();

@@ -244,7 +244,7 @@ TEST_F(StoreTool, Dump_ThatFails_LeavesTheFileAsItWas) {
 TEST_F(StoreTool, Dump_WritesThroughAPipe) {
     make("a", true, radio());
     EXPECT_EQ(0,
-              run("mkfifo p; timeout 20 cat p >got & timeout 20 zaf-store dump a p; r=$?; wait; (exit $r)").exitCode);
+              run("mkfifo p; timeout 60 cat p >got & timeout 60 zaf-store dump a p; r=$?; wait; (exit $r)").exitCode);
     EXPECT_EQ(tool("dump a").out, bytesOf(in("got")));
     EXPECT_EQ(7, tool("dump a /dev/full").exitCode);
 }

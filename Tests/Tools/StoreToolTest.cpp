@@ -165,7 +165,7 @@ TEST_F(StoreTool, AStoreThatIsNoRegularFile_IsRefusedAtOnce) {
             if (place != std::string::npos) {
                 arguments.replace(place, 5, store);
             }
-            const Outcome outcome = run("timeout 20 zaf-store " + arguments + " " +
+            const Outcome outcome = run("timeout 60 zaf-store " + arguments + " " +
                                         (place == std::string::npos || arguments.rfind("diff", 0) == 0 ? store : ""));
             EXPECT_EQ(5, outcome.exitCode) << arguments << outcome.err;
             EXPECT_THAT(outcome.err, HasSubstr("no regular file")) << arguments;

@@ -10,6 +10,7 @@
 ///     ForeignProgram noise QUEUE COUNT SEED    sends random bytes of random sizes
 ///     ForeignProgram unlink QUEUE...           removes the names
 ///     ForeignProgram make QUEUE SIZE MOST FILL makes a queue of other messages, with as many of them
+///     ForeignProgram exhaust QUEUE ERROR       makes QUEUE0, QUEUE1, ... until that error comes; those there are fine
 ///
 /// Prints "ready" when it has begun; exit code 0 when it did all that, else 1 with a word on what failed.
 #include <fcntl.h>
@@ -185,6 +186,19 @@ int make(const std::string &name, unsigned long size, unsigned long most, unsign
     return 0;
 }
 
+int exhaust(const std::string &name, int error) {
+    mq_attr attributes{};
+    attributes.mq_msgsize = 1;
+    attributes.mq_maxmsg = 1;
+    for (int i = 0;; ++i) {
+        const mqd_t queue = mq_open((name + std::to_string(i)).c_str(), O_RDWR | O_CREAT, mode_t{0600}, &attributes);
+        if (queue == -1) {
+            return errno == error ? 0 : failed("mq_open number " + std::to_string(i));
+        }
+        mq_close(queue);
+    }
+}
+
 int run(const std::vector<std::string> &words) {
     const std::string &what = words.at(0);
     const std::string &name = words.at(1);
@@ -193,6 +207,9 @@ int run(const std::vector<std::string> &words) {
     }
     if (what == "make") {
         return make(name, number(words.at(2)), number(words.at(3)), number(words.at(4)));
+    }
+    if (what == "exhaust") {
+        return exhaust(name, static_cast<int>(number(words.at(2))));
     }
     if (what == "rush" || what == "steal") {
         sayReady();
