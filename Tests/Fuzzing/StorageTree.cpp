@@ -131,6 +131,21 @@ void checkWords(CStorageRegion &region, const std::string &name) {
     }
 }
 
+void checkWords(CVariable &variable, bool hasDefault) {
+    void *address = &variable;
+    FUZZ_CHECK(CVariable_GetContentAddress(&variable, &address) == eAF_S_OK && address == variable.content,
+               variable.name);
+    FUZZ_CHECK(CVariable_GetDefaultContentAddress(&variable, &address) == eAF_S_OK &&
+                   (address != nullptr) == hasDefault,
+               variable.name);
+    FUZZ_CHECK(CVariable_GetNoOfElements(&variable) == 1 && CVariable_GetType(&variable) == TYPE_INT32, variable.name);
+    const std::uint32_t mark = CVariable_IsDynamicallyAllocated(&variable);
+    for (const std::uint32_t each : {1 - mark, mark}) {
+        CVariable_SetDynamicallyAllocated(&variable, each);
+        FUZZ_CHECK(CVariable_IsDynamicallyAllocated(&variable) == each, variable.name);
+    }
+}
+
 /// A parent that only carries the child's address: the child stays what it is.
 void checkCarried(Object &child) {
     CStorageObject parent{};
@@ -408,6 +423,7 @@ void checkVisits(CDatabase &database, const Walk &walk, EAFResult expected) {
     FUZZ_CHECK(met.size() == walk.visited.size(), std::to_string(met.size()));
     for (std::size_t i = 0; i < met.size(); ++i) {
         FUZZ_CHECK(met[i].first == walk.visited[i]->record && met[i].second == walk.visitedPaths[i], met[i].second);
+        checkWords(*walk.visited[i]->record, walk.visited[i]->hasDefault);
     }
 }
 

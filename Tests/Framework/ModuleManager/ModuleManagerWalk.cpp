@@ -6,6 +6,7 @@
 #include <iterator>
 #include <vector>
 
+#include "CModuleManager.h"
 #include "CModuleManager_c.h"
 #include "ModuleRegistry.h"
 #include "TraceRecorder.h"
@@ -50,6 +51,10 @@ SResetProvider resetProvider{onReset, onResetInfo, onIsColdReset};
 
 } // namespace
 
+EAFResult ProbeModule::onPhaseActivation(unsigned int phaseId, ECallbackPriority priority) {
+    return onCall(&probes[m_callback], phaseId, priority);
+}
+
 ModuleManagerWalk::ModuleManagerWalk(Choices &theChoices) : choices(theChoices) {
     CModuleManager_UnInitialize();
     CModuleManager_Initialize();
@@ -78,7 +83,7 @@ void ModuleManagerWalk::registerSomething() {
     case 0: {
         what = "RegisterModule";
         const std::string text = name("Module");
-        same(model.registerModule(first, text), CModuleManager_RegisterModule(first, text.c_str()));
+        registerModule(first, text);
         break;
     }
     case 1: {
@@ -109,6 +114,36 @@ void ModuleManagerWalk::registerSomething() {
     }
 }
 
+void ModuleManagerWalk::registerModule(Id module, const std::string &text) {
+    if (!isClassesTurn()) {
+        same(model.registerModule(module, text), CModuleManager_RegisterModule(module, text.c_str()));
+        return;
+    }
+    const std::size_t callback = module % numberOfCallbacks;
+    constexpr std::uint32_t everyChannel = 100;
+    modules.emplace_back(callback, module, text, everyChannel, module);
+    model.registerModule(module, text);
+    const std::uint32_t expected =
+        model.registerCallback(module, text + "OnPhaseActivation", everyChannel, callback, NORMAL, module, {});
+    modules.back().isRegistered = expected < eAF_E_FAILED;
+    same(expected, modules.back().RegisterModule());
+}
+
+void ModuleManagerWalk::unregisterModule(Id module) {
+    if (!isClassesTurn()) {
+        same(model.unregisterModule(module), CModuleManager_UnregisterModule(module));
+    } else if (modules.empty() || turns % 4 == 0) {
+        ProbeModule another(0, module, "another of that id", 1, 0);
+        same(model.unregisterModule(module), CModuleManager::GetInstance().UnRegisterModule(&another));
+    } else {
+        ProbeModule &last = modules.back();
+        const std::uint32_t expected =
+            last.isRegistered ? model.unregisterModule(last.getId()) : std::uint32_t{eAF_E_NOT_REGISTERED};
+        last.isRegistered = last.isRegistered && expected >= eAF_E_FAILED;
+        same(expected, last.UnregisterModule());
+    }
+}
+
 void ModuleManagerWalk::registerCallback() {
     what = "RegisterCallback";
     const Id module = id();
@@ -124,8 +159,15 @@ void ModuleManagerWalk::registerCallback() {
         filter.phases.push_back(id());
     }
     // A count without a filter: the library must not read what the pointer does not offer.
-    static const std::uint32_t noPhase = 0;
-    const std::uint32_t *phases = filter.phases.empty() ? &noPhase : filter.phases.data();
+    static std::uint32_t noPhase = 0;
+    std::uint32_t *phases = filter.phases.empty() ? &noPhase : filter.phases.data();
+    if (isClassesTurn()) {
+        modules.emplace_back(callback, module, text, onChannel, batch);
+        same(model.registerCallback(module, text + "OnPhaseActivation", onChannel, callback, atPriority, batch, filter),
+             modules.back().RegisterCallbackVariant(static_cast<ECallbackPriority>(atPriority), batch,
+                                                    filter.given ? phases : nullptr, length));
+        return;
+    }
     same(model.registerCallback(module, text, onChannel, callback, atPriority, batch, filter),
          CModuleManager_RegisterCallback(module, text.c_str(), onChannel, &probes[callback].record,
                                          static_cast<ECallbackPriority>(atPriority), batch,
@@ -249,7 +291,7 @@ void ModuleManagerWalk::operate() {
     } else if (dice < 84) {
         what = "UnregisterModule";
         const Id module = id();
-        same(model.unregisterModule(module), CModuleManager_UnregisterModule(module));
+        unregisterModule(module);
     } else if (dice < 99 || !oneIn(5)) {
         query();
     } else {
@@ -285,6 +327,9 @@ void ModuleManagerWalk::step() {
 
     operate();
     compare();
+    if (model.numberOfModules() == 0 && what == "UnInitialize") {
+        modules.clear(); // some ask to be unregistered once more
+    }
 
     linesSeen += model.lines.size();
     callsSeen += model.calls.size();

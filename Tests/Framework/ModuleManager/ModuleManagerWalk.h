@@ -5,12 +5,28 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 
 #include "Choices.h"
+#include "ModuleInterface.h"
 #include "ModuleManagerModel.h"
 
 namespace test {
+
+/// A module written as a class, which answers as one of the callbacks does.
+class ProbeModule : public ModuleInterface {
+public:
+    ProbeModule(std::size_t callback, std::uint32_t id, const std::string &name, std::uint32_t onChannel,
+                std::uint32_t batch)
+        : ModuleInterface(deferred_registration_tag{}, id, name, onChannel, batch, nullptr, 0), m_callback(callback) {}
+    EAFResult onPhaseActivation(unsigned int phaseId, ECallbackPriority priority) override;
+
+    bool isRegistered = false; ///< By itself.
+
+private:
+    std::size_t m_callback;
+};
 
 /// One at a time: the module manager is the process's.
 class ModuleManagerWalk {
@@ -48,6 +64,8 @@ private:
     void operate();
     void registerSomething();
     void registerCallback();
+    void registerModule(Id module, const std::string &text);
+    void unregisterModule(Id module);
     void force();
     void run();
     void changeAnswers();
@@ -56,8 +74,14 @@ private:
     void compare();
     void same(std::uint32_t expected, std::uint32_t actual);
 
+    /// Every second time a module written as a class is asked. Not by choice: the kept inputs of the fuzzer stay what
+    /// they are.
+    bool isClassesTurn() { return ++turns % 2 == 0; }
+
     Choices &choices;
     ModuleManagerModel model;
+    std::deque<ProbeModule> modules; ///< The registry keeps their records until it is emptied.
+    std::uint32_t turns = 0;
     std::string what;
 };
 
