@@ -105,7 +105,7 @@ std::string outputOf(const std::string &command) {
 std::string sqlite3Program(const std::string &file, const std::string &statements) {
     const std::string input = file + ".sql";
     writeFile(input, statements);
-    const std::string answer = outputOf("sqlite3 -batch '" + file + "' < '" + input + "'");
+    std::string answer = outputOf("sqlite3 -batch '" + file + "' < '" + input + "'");
     std::filesystem::remove(input);
     return answer;
 }
