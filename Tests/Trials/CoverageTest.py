@@ -87,6 +87,13 @@ class TheGate(unittest.TestCase):
         coverage.write_list(self.list, {}, known, reasons)
         self.assertEqual({}, coverage.read_list(self.list)[0])
 
+    def test_aBranchWhoseLineIsLost_isNotToldAsReached(self):
+        total = {SOURCE: {2: {"count": 0, "branches": [0, 0]}}}
+        code, said = self.exit_code(*coverage.unreached(total), {SOURCE: Counter({BRANCH: 1})})
+        self.assertEqual(1, code)
+        self.assertIn("is not reached", said)
+        self.assertNotIn("listed as not reached", said)
+
     def test_whatIsLost_fails(self):
         self.assertEqual(1, self.exit_code(*self.found(taken=(1, 1)), {})[0])
 
