@@ -75,10 +75,10 @@ void visitQuietly(af::CutPath &path, CStorageObject *object, const EnteredObject
 }
 
 struct Walk {
-    CDatabase *database;
-    DatabaseAction action;
-    bool usesPaths; ///< The full path is made for the action.
-    const char *regionName;
+    CDatabase *database = nullptr;
+    DatabaseAction action = nullptr;
+    bool usesPaths = false; ///< The full path is made for the action.
+    const char *regionName = nullptr;
     af::ObjectPath objectPath{}; ///< Of the innermost object.
 };
 
@@ -205,7 +205,7 @@ EAFResult CDatabase_DoObjectOperation(Walk &walk, CStorageObject *object, const 
 
 EAFResult walkRegions(CDatabase *database, DatabaseAction action, bool usesPaths) {
     database->noOfVariablesProcessed = 0;
-    Walk walk{database, action, usesPaths, nullptr};
+    Walk walk{database, action, usesPaths};
     bool isWhole = true;
     for (CStorageRegion *region : af::ElementsOf<CStorageRegion>(database->regions)) {
         char *regionName = nullptr;
