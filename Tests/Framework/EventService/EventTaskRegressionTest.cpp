@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "CApplicationFramework.h"
 #include "EventService.h"
 
 namespace {
@@ -76,8 +77,12 @@ TEST_F(EventTaskRegression, SendersQueuedBehindStop_AllComeBack) {
     }
     // The handler's own worker names itself once it runs: until then it could be taken for the one created here.
     ASSERT_TRUE(workersLeft(1));
+    if (test::expectedTaskQueueName("RT") == test::expectedTaskQueueName()) {
+        // The user's name leaves no room for the tasks'.
+        CApplicationFramework_SetServerPort(-CApplicationFramework_GetServerPort());
+    }
     const int worker = create();
-    const test::RawQueue queue(test::queueName("RT"));
+    const test::RawQueue queue(test::expectedTaskQueueName("RT"));
     ASSERT_TRUE(queue.send({1, nullptr, 0}));
     ASSERT_TRUE(test::eventuallyBlocksSending(worker));
     for (int i = 0; i < 10; ++i) {
@@ -146,7 +151,7 @@ TEST_F(EventTaskRegression, DestroyedWithoutStop_TheWorkerEndsAndItsDescriptorIs
 TEST_F(EventTaskRegression, WakeUpsThatOthersTook_ComeAgainWithTheNextTask) {
     const int worker = create();
     ASSERT_TRUE(test::eventuallyBlocksReceiving(worker));
-    const test::RawQueue queue(test::queueName("RT"));
+    const test::RawQueue queue(test::expectedTaskQueueName("RT"));
     std::vector<std::thread> readers;
     for (int i = 0; i < 2; ++i) {
         std::atomic<int> reader{0};
