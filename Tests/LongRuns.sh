@@ -22,7 +22,7 @@ verb_failures() {
     : >"$log"
     for test in EveryAllocationTest EveryCallTest; do
         ZELAF_EVERY_FAILURE=${1:-all} "build/release/tests/$test" 2>&1 | tee -a "$log" |
-            grep --line-buffered -E 'FIGURES|Failure|answered|left|lost|FAILED|hangs|ends at' || true
+            grep --line-buffered -E 'FIGURES|Failure|answered|left|lost|met|made|changed|FAILED|hangs|ends at' || true
     done
     # The last line of each test's figures: "... 272 failures, 4 deviations".
     awk '/ FIGURES / && / (tries|every call)/ {

@@ -70,17 +70,19 @@ bool af::discardMessage(mqd_t queue) {
     const timespec alreadyPast{};
     ssize_t received =
         mq_timedreceive(queue, reinterpret_cast<char *>(&message), sizeof message, nullptr, &alreadyPast);
-    mq_attr attributes{};
-    if (received < 0 && errno == EMSGSIZE && mq_getattr(queue, &attributes) == 0) {
+    if (received < 0 && errno == EMSGSIZE) {
+        mq_attr attributes{};
+        const bool isSizeKnown = mq_getattr(queue, &attributes) == 0;
         const auto size = static_cast<std::size_t>(attributes.mq_msgsize);
-        const std::unique_ptr<char[]> larger(new (std::nothrow) char[size]);
+        const std::unique_ptr<char[]> larger(isSizeKnown ? new (std::nothrow) char[size] : nullptr);
         if (larger == nullptr) {
-            return true; // it stays, and its sender may wait: memory may be there when it is asked for again
+            return true; // it stays, and its sender may wait: it is asked for again
         }
         received = mq_timedreceive(queue, larger.get(), size, nullptr, &alreadyPast);
     }
+    const bool isInterrupted = received < 0 && errno == EINTR;
     tellReceive(queue);
-    return received >= 0;
+    return received >= 0 || isInterrupted;
 }
 
 void af::wakeReceiver(mqd_t queue) {

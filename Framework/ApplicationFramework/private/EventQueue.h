@@ -42,8 +42,8 @@ bool sendMessage(mqd_t queue, const SEventDataMessage &message, unsigned int pri
 ssize_t receiveMessage(mqd_t queue, SEventDataMessage &message);
 
 /// Removes one message, also one of a queue of larger messages, which another program made; never waits. One that is
-/// too large for the memory that is left stays.
-/// @return whether there was one.
+/// too large for the memory that is left stays, as one does whose size can not be told.
+/// @return whether there was one, or may have been: the receive was interrupted.
 bool discardMessage(mqd_t queue);
 
 /// Sends EVENT_ID_STOP, or an empty message where the queue, another program's, takes no record; never waits. A full

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# CheckScenario.sh EveryOperation LIST PROGRAM: the scenario calls every flat operation and uses every class.
+# CheckScenario.sh EveryOperation PROGRAM LIST...: every flat operation and every class of the libraries with these
+#   lists of exports is called by the program, and a step bears its name: what only the test itself calls is no step.
 # CheckScenario.sh EveryCall PROGRAM LIBRARY...: whatever the libraries ask of the C library either fails in the test
 #   or is known not to reach the system, not to fail, or to be asked by nobody.
 set -euo pipefail
@@ -12,23 +13,39 @@ trap 'rm -rf "$work"' EXIT
 
 case $check in
 EveryOperation)
-    list=$1
-    program=$2
-    sed -nE 's/^ +([A-Za-z_0-9]+);$/\1/p' "$list" | sort >"$work/flat"
-    [ -s "$work/flat" ] || { echo "$list names no flat operation: has its form changed?"; exit 1; }
+    program=$1
+    shift
+    for list in "$@"; do
+        sed -nE 's/^ +([A-Za-z_0-9]+);$/\1/p' "$list" >"$work/of"
+        [ -s "$work/of" ] || { echo "$list names no flat operation: has its form changed?"; exit 1; }
+        cat "$work/of" >>"$work/all"
+    done
+    sort -u "$work/all" >"$work/flat"
+    # The steps' names are texts of these sources: one, or several behind each other.
+    grep -hvE '^ *//' "$(dirname "$0")"/*Steps.cpp "$(dirname "$0")"/Scenario.cpp | grep -oE '"[^"]*"' |
+        grep -oE '[A-Za-z_][A-Za-z_0-9]*(::[~A-Za-z_0-9=]+)?' | sort -u >"$work/steps"
     nm -D --undefined-only "$program" | awk '{ print $NF }' | sed 's/@.*//' | sort -u >"$work/used"
     if comm -23 "$work/flat" "$work/used" | grep .; then
         echo "are exported and missing in the scenario: add a step for each"
         exit 1
     fi
+    if comm -23 "$work/flat" "$work/steps" | grep .; then
+        echo "are called, and by no step of their name: add a step for each"
+        exit 1
+    fi
     # The 27 handlers that a module inherits do nothing but answer: one of them stands for all.
-    sed -nE 's/^ +"(.*)";$/\1/p' "$list" |
+    sed -nE 's/^ +"(.*)";$/\1/p' "$@" |
         grep -vE '^(typeinfo|vtable)|^ModuleInterface::on(Phase[A-Z]|Module|Warm)|^[A-Za-z]+\[|^AfResult|^getE' |
         sed -E 's/\(.*//' | sort -u >"$work/classes"
-    [ -s "$work/classes" ] || { echo "$list names no class: has its form changed?"; exit 1; }
+    [ -s "$work/classes" ] || { echo "$* name no class: has its form changed?"; exit 1; }
     nm -DC --undefined-only "$program" | sed -E 's/^ *[Uvw] //; s/\(.*//; s/@.*//' | sort -u >"$work/members"
     if comm -23 "$work/classes" "$work/members" | grep -vxFf "$(dirname "$0")/NotInTheScenario.txt"; then
         echo "are exported and missing in the scenario: add a step for each"
+        exit 1
+    fi
+    if sed -E 's/\[abi:.*//' "$work/classes" | sort -u | comm -23 - "$work/steps" |
+        grep -vxFf "$(dirname "$0")/NotInTheScenario.txt"; then
+        echo "are called, and by no step of their name: add a step for each"
         exit 1
     fi
     echo "$(wc -l <"$work/flat") flat operations, $(wc -l <"$work/classes") members of classes, all in the scenario"

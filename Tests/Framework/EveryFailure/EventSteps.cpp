@@ -1,8 +1,11 @@
 // The event service, its task and its cache.
+#include <mqueue.h>
+
 #include <cerrno>
 #include <cstring>
 
 #include "ScenarioParts.h"
+#include "WorkerReceives.h"
 
 namespace test {
 namespace {
@@ -37,6 +40,11 @@ std::uint32_t pumpOne(ScenarioListener &listener, std::uint32_t eventId) {
 
 constexpr char data[8] = "payload";
 
+/// A worker that waits has made all its calls, and the message that it is told of next wakes it.
+std::function<bool()> areWaiting(unsigned workers) {
+    return [=] { return soon([=] { return WorkerReceives::waiting() == workers; }); };
+}
+
 } // namespace
 
 ScenarioListener::ScenarioListener(const char *listenerName) : name(listenerName), callback{this, onEvent} {}
@@ -48,9 +56,14 @@ void Scenario::addEvents() {
     }).answers(eAF_E_NOT_INITIALIZED);
     // A thread that could not be made for want of memory is a thread that could not be made.
     add("CEventHandler_Initialize", [] { return CEventHandler_Initialize(6, 3); })
+        .settles(areWaiting(1))
         .needs({eAF_E_OUT_OF_MEMORY, eAF_E_FAILED, eAF_S_OK})
         .leaves()
-        .undoneBy([] { CEventHandler_UnInitialize(); })
+        .undoneBy([] {
+            CEventHandler_UnInitialize();
+            workersAre(0);
+        })
+        .onCall("mq_receive", {eAF_S_OK}, "EventTask (EHNP): Receive from queue failed, error %m")
         .onCall("setrlimit", {eAF_S_OK}, "setrlimit() failed, continuing anyway.")
         .onCall("sem_init", {eAF_E_FAILED}, "EventTask (EHNP): Could not create semaphore")
         .onCall("pthread_attr_init", {eAF_E_FAILED}, "EventTask (EHNP): Could not create thread")
@@ -102,9 +115,9 @@ void Scenario::addEvents() {
               return listener.waiting() > 0;
           }).onCall("mq_receive", {nothingHeard});
     };
-    const auto pumpIfAvailable = [&](ScenarioListener &listener, std::uint32_t expected) {
-        add("CEventHandler_PumpEventIfAvailable",
-            [&listener] { return CEventHandler_PumpEventIfAvailable(listener.handle); })
+    const auto pumpIfAvailable = [&](ScenarioListener &listener, std::uint32_t expected) -> Step & {
+        return add("CEventHandler_PumpEventIfAvailable",
+                   [&listener] { return CEventHandler_PumpEventIfAvailable(listener.handle); })
             .answers(expected)
             .after([&listener] { return listener.waiting() > 0; })
             .onCall("mq_receive", {0});
@@ -152,7 +165,7 @@ void Scenario::addEvents() {
         CEventHandler_SendEmptyMessage(p.unfiltered.handle);
         return eAF_S_OK;
     }).isUnansweredWhen([&p] { return p.unfiltered.waiting() == 0; });
-    pumpIfAvailable(p.unfiltered, 0);
+    pumpIfAvailable(p.unfiltered, 0).isUnansweredWhen([&p] { return p.unfiltered.waiting() > 0; });
     add("CEventHandler_GetStatistics", [] {
         SEventHandlerStatistics statistics{};
         const EAFResult result = CEventHandler_GetStatistics(&statistics);
@@ -172,37 +185,100 @@ void Scenario::addEvents() {
 
 void Scenario::addTask() {
     Parts &p = *m_parts;
+    const auto destroy = [&p] {
+        p.isTaskCreated = false;
+        return static_cast<std::uint32_t>(p.operations->Destroy(p.operations));
+    };
+    const auto create = [this, &p, destroy] {
+        add("ITask::Create",
+            [&p] {
+                const EAFResult result = p.operations->Create(p.operations, "Task", 100, 2048, 12, 60);
+                p.isTaskCreated = result != eAF_E_OUT_OF_MEMORY;
+                return result;
+            })
+            .settles(areWaiting(2))
+            .settlesLaterAfter("sem_post") // Start, or the task's end, lets the worker go
+            .needs({eAF_E_OUT_OF_MEMORY, eAF_E_FAILED, eAF_S_OK})
+            .leaves()
+            .undoneBy([destroy] {
+                destroy();
+                workersAre(1);
+            })
+            .onCall("sem_init", {eAF_E_FAILED}, "EventTask (Task): Could not create semaphore")
+            .onCall("pthread_attr_init", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
+            .onCall("pthread_attr_setdetachstate", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
+            .onCall("pthread_create", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
+            .onCall("mq_open", {eAF_E_FAILED}, "%m")
+            .onCall("mq_receive", {eAF_S_OK}, "EventTask (Task): Receive from queue failed, error %m");
+    };
     add("CEventTask_GetInterface", [&p] { return CEventTask_GetInterface(&p.task, &p.operations); });
-    add("ITask::Create",
-        [&p] {
-            const EAFResult result = p.operations->Create(p.operations, "Task", 100, 2048, 12, 60);
-            p.isTaskCreated = result != eAF_E_OUT_OF_MEMORY;
-            return result;
-        })
-        .needs({eAF_E_OUT_OF_MEMORY, eAF_E_FAILED, eAF_S_OK})
-        .leaves()
-        .undoneBy([&p] {
-            p.operations->Destroy(p.operations);
-            p.isTaskCreated = false;
-        })
-        .onCall("sem_init", {eAF_E_FAILED}, "EventTask (Task): Could not create semaphore")
-        .onCall("pthread_attr_init", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
-        .onCall("pthread_attr_setdetachstate", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
-        .onCall("pthread_create", {eAF_E_FAILED}, "EventTask (Task): Could not create thread")
-        .onCall("mq_open", {eAF_E_FAILED}, "%m");
+    create();
     add("ITask::GetThreadHandle",
         [&p] { return p.operations->GetThreadHandle(p.operations) == &p.task.threadHandle ? eAF_S_OK : wrongEffect; });
-    add("ITask::Start", [&p] { return p.operations->Start(p.operations); });
-    add("CEventTask_HandleEvent", [&p] {
-        return CEventTask_HandleEvent(&p.task, &p.message);
-    }).onCall("mq_send", {eAF_E_FAILED});
-    add("ITask::Stop", [&p] { return p.operations->Stop(p.operations); }).onCall("mq_send", {eAF_E_FAILED});
-    add("ITask::Destroy", [&p] {
-        p.operations->Destroy(p.operations); // its worker may have been faster: either answer is right
-        p.isTaskCreated = false;
-        return eAF_S_OK;
-    });
+    add("ITask::Start", [&p] { return p.operations->Start(p.operations); }).settles(areWaiting(2));
+    // The message's address is no event.
+    const auto isTaken = [&p] {
+        return soon([&p] { return WorkerReceives::received() > p.takenBefore; }) && areWaiting(2)();
+    };
+    add("CEventTask_HandleEvent",
+        [&p] {
+            p.takenBefore = WorkerReceives::received();
+            return CEventTask_HandleEvent(&p.task, &p.message);
+        })
+        .settles(isTaken)
+        .onCall("mq_send", {eAF_E_FAILED})
+        .onCall("mq_receive", {eAF_S_OK}, "EventTask (Task): Receive from queue failed, error %m");
+    // An event that stands in the queue is passed on to its listeners, whatever befell the worker before.
+    const auto put = [&p] {
+        SEventDataMessage message{};
+        message.eventId = 3;
+        p.takenBefore = WorkerReceives::received();
+        return mq_send(p.task.queue, reinterpret_cast<const char *>(&message), sizeof message, 0) == 0;
+    };
+    add("an event in the task's queue", [] { return eAF_S_OK; })
+        .after(put)
+        .settles(isTaken)
+        .isUnansweredWhen([&p] { return p.greedy.waiting() != 1 || p.unfiltered.waiting() != 1; })
+        .undoneBy([&p, put] {
+            drain(p.greedy);
+            drain(p.unfiltered);
+            put();
+        })
+        .onCall("mq_receive", {eAF_S_OK}, "EventTask (Task): Receive from queue failed, error %m");
+    for (ScenarioListener *listener : {&p.greedy, &p.unfiltered}) {
+        add("a listener of the task's event",
+            [listener] { return CEventHandler_PumpEventIfAvailable(listener->handle); })
+            .answers(1)
+            .after([listener] { return listener->waiting() > 0; })
+            .onCall("mq_receive", {0});
+    }
+    add("ITask::Stop",
+        [&p] {
+            const WorkerReceives::Held held; // it closes the queue when nobody else uses it any more
+            return p.operations->Stop(p.operations);
+        })
+        .settles([] { return workersAre(1); })
+        .onCall("mq_send", {eAF_E_FAILED})
+        .onCall("mq_close", {eAF_S_OK}, "Could not close the queue.")
+        .onCall("mq_unlink", {eAF_S_OK}, "Could not unlink the queue.")
+        .onCall("sem_destroy", {eAF_S_OK}, "Could not destroy the semaphore.");
+    // Its worker has removed the queue.
+    add("ITask::Destroy", destroy).answers(static_cast<std::uint32_t>(-1));
     add("ITask::IsRunning", [&p] { return p.operations->IsRunning(p.operations); });
+    create();
+    // Of a task that nobody stopped: the worker is told by another message, or by the next run that begins or ends.
+    add("ITask::Destroy",
+        [destroy] {
+            const WorkerReceives::Held held;
+            return destroy();
+        })
+        .settles([] { return workersAre(1); })
+        .settlesLaterAfter("mq_timedsend")
+        .undoneBy([&p] {
+            p.operations->Create(p.operations, "Task", 100, 2048, 12, 60);
+            p.isTaskCreated = true;
+        })
+        .onCall("mq_unlink", {static_cast<std::uint32_t>(-1)});
 }
 
 void Scenario::addCache() {

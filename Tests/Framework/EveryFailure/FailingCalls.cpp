@@ -6,9 +6,12 @@
 #include <semaphore.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <dlfcn.h>
+#include <link.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -23,6 +26,7 @@
     CALL(mq_receive)                                                                                                   \
     CALL(mq_timedsend)                                                                                                 \
     CALL(mq_timedreceive)                                                                                              \
+    CALL(mq_getattr)                                                                                                   \
     CALL(mq_close)                                                                                                     \
     CALL(mq_unlink)                                                                                                    \
     CALL(sem_init)                                                                                                     \
@@ -100,10 +104,41 @@ bool isFailing(Place call) {
     return true;
 }
 
+/// Where the libraries' code lies: they are there from the start, and stay.
+struct Range {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+};
+struct Ranges {
+    std::array<Range, 16> of;
+    std::size_t count = 0;
+};
+
+int addRanges(dl_phdr_info *object, std::size_t /*size*/, void *ranges) {
+    auto &known = *static_cast<Ranges *>(ranges);
+    for (unsigned i = 0; std::strstr(object->dlpi_name, "libZel") != nullptr && i < object->dlpi_phnum; ++i) {
+        const auto &segment = object->dlpi_phdr[i];
+        if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0 && known.count < known.of.size()) {
+            const std::uintptr_t begin = object->dlpi_addr + segment.p_vaddr;
+            known.of[known.count++] = {begin, begin + segment.p_memsz};
+        }
+    }
+    return 0;
+}
+
 /// Mutexes are the standard library's, SQLite's and the test's own as well.
 bool isOfTheLibrary(const void *caller) {
-    Dl_info info{};
-    return isTests && isCounting && dladdr(caller, &info) != 0 && std::strstr(info.dli_fname, "libZel") != nullptr;
+    if (!isTests || !isCounting) {
+        return false;
+    }
+    static const Ranges ranges = [] {
+        Ranges all;
+        dl_iterate_phdr(addRanges, &all);
+        return all;
+    }();
+    const auto address = reinterpret_cast<std::uintptr_t>(caller);
+    return std::any_of(ranges.of.begin(), ranges.of.begin() + ranges.count,
+                       [=](const Range &range) { return range.begin <= address && address < range.end; });
 }
 
 void *nextOf(const char *symbol) {
@@ -148,13 +183,11 @@ void *nextOf(const char *symbol) {
 #define ZELAF_RETURNS_AFTERWARDS(symbol, call, parameters, arguments)                                                  \
     ZELAF_FAILS_AFTERWARDS(symbol, call, parameters, arguments, error)
 
-// The framework's
+// The framework's. The receive is WorkerReceives', which asks here.
 ZELAF_FAILS(setrlimit, setrlimit, int, (int resource, const rlimit *limits), (resource, limits))
 ZELAF_FAILS(mq_open, mq_open, mqd_t, (const char *name, int flags, unsigned mode, void *attributes),
             (name, flags, mode, attributes))
 ZELAF_FAILS(mq_send, mq_send, int, (mqd_t queue, const char *bytes, std::size_t size, unsigned priority),
-            (queue, bytes, size, priority))
-ZELAF_FAILS(mq_receive, mq_receive, ssize_t, (mqd_t queue, char *bytes, std::size_t size, unsigned *priority),
             (queue, bytes, size, priority))
 #define ZELAF_TIMED(send, receive)                                                                                     \
     ZELAF_FAILS(send, mq_timedsend, int,                                                                               \
@@ -165,6 +198,7 @@ ZELAF_FAILS(mq_receive, mq_receive, ssize_t, (mqd_t queue, char *bytes, std::siz
                 (queue, bytes, size, priority, time))
 ZELAF_TIMED(mq_timedsend, mq_timedreceive)
 ZELAF_TIMED(__mq_timedsend_time64, __mq_timedreceive_time64)
+ZELAF_FAILS(mq_getattr, mq_getattr, int, (mqd_t queue, void *attributes), (queue, attributes))
 ZELAF_FAILS_AFTERWARDS(mq_close, mq_close, (mqd_t queue), (queue), -1)
 ZELAF_FAILS(mq_unlink, mq_unlink, int, (const char *name), (name))
 ZELAF_FAILS(sem_init, sem_init, int, (sem_t * semaphore, int isShared, unsigned value), (semaphore, isShared, value))
@@ -244,71 +278,94 @@ ZELAF_DEFINE(getcwd, char *, (char *text, std::size_t size),
 ZELAF_MMAP(mmap, long)
 ZELAF_MMAP(mmap64, std::int64_t)
 ZELAF_FAILS(munmap, munmap, int, (void *address, std::size_t size), (address, size))
-ZELAF_FAILS(nanosleep, nanosleep, int, (const void *time, void *rest), (time, rest))
-ZELAF_FAILS(__nanosleep64, nanosleep, int, (const void *time, void *rest), (time, rest))
+// The test's own waits are as long as it takes.
+#define ZELAF_SLEEP(symbol)                                                                                            \
+    ZELAF_DEFINE(symbol, int, (const void *time, void *rest),                                                          \
+                 return isOfTheLibrary(__builtin_return_address(0)) && isFailing(call_nanosleep) ? -1                  \
+                                                                                                 : next(time, rest);)
+ZELAF_SLEEP(nanosleep)
+ZELAF_SLEEP(__nanosleep64)
 
 namespace test {
+
+bool receiveFails() {
+    return isFailing(call_mq_receive);
+}
 
 const std::vector<FailingCall> &failingCalls() {
     // Of a name that is there: a lie about it would make the library see another disk, not a failing one.
     static const std::vector<int> ofNames{EACCES, EIO, ELOOP, ENOMEM, ENAMETOOLONG, EPERM};
-    static const std::vector<int> ofOpen{EACCES, EINTR, EIO, EMFILE, ENFILE, ENOMEM, ENOSPC, EDQUOT, EROFS, EPERM};
+    static const std::vector<int> ofOpen{EACCES, EINTR,  EIO,   EMFILE, ENFILE, ENOMEM,
+                                         ENOSPC, EDQUOT, EROFS, EPERM,  EINVAL};
     static const std::vector<int> ofReads{EIO, EINTR, EAGAIN, EBADF, EINVAL};
     static const std::vector<int> ofWrites{EIO, EINTR, EAGAIN, EBADF, EINVAL, ENOSPC, EDQUOT, EFBIG, EPERM};
     static const std::vector<int> ofSyncs{EIO, EINTR, ENOSPC, EDQUOT, EBADF, EROFS, EINVAL};
-    static const std::vector<int> ofEntries{EACCES, EBUSY, EDQUOT, EIO, ENOMEM, ENOSPC, EPERM, EROFS};
+    static const std::vector<int> ofEntries{EACCES, EBUSY, EDQUOT, EINVAL, EIO, ENOMEM, ENOSPC, EPERM, EROFS};
     static const std::vector<int> ofQueues{EAGAIN, EBADF, EINTR, EINVAL, EMSGSIZE, ETIMEDOUT};
+    static const unsigned rootWithFiles = geteuid() == 0 ? provider : nobody;
     static const std::vector<FailingCall> calls{
-        {"setrlimit", {EPERM, EINVAL}},
-        {"mq_open", {EACCES, EEXIST, EINVAL, EMFILE, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOSPC, EINTR}},
-        {"mq_send", ofQueues},
-        {"mq_receive", ofQueues},
-        {"mq_timedsend", ofQueues},
-        {"mq_timedreceive", ofQueues},
-        {"mq_close", {EBADF}},
-        {"mq_unlink", {EACCES, ENAMETOOLONG, ENOENT}},
-        {"sem_init", {EINVAL, ENOSYS}},
-        {"sem_wait", {EINTR, EINVAL}},
-        {"sem_trywait", {EAGAIN, EINTR, EINVAL}},
-        {"sem_post", {EINVAL, EOVERFLOW}},
-        {"sem_destroy", {EINVAL}},
-        {"pthread_attr_init", {ENOMEM}},
-        {"pthread_attr_setdetachstate", {EINVAL}},
-        {"pthread_attr_setstacksize", {EINVAL}},
-        {"pthread_attr_destroy", {EINVAL}},
-        {"pthread_create", {EAGAIN, EINVAL, EPERM, ENOMEM}},
-        {"pthread_mutex_init", {EAGAIN, ENOMEM, EPERM, EINVAL}, true},
-        {"pthread_mutex_lock", {EAGAIN, EINVAL, EDEADLK}, true},
-        {"pthread_mutex_unlock", {EPERM, EINVAL}, true},
-        {"pthread_mutex_destroy", {EBUSY, EINVAL}, true},
-        {"prctl", {EINVAL, EFAULT}},
-        {"getpwuid", {0, EINTR, EIO, EMFILE, ENFILE, ENOMEM, ERANGE}},
-        {"open", ofOpen, false, true},
-        {"close", {EBADF, EINTR, EIO, ENOSPC, EDQUOT}, false, true},
-        {"read", ofReads, false, true},
-        {"write", ofWrites, false, true},
-        {"pread", ofReads, false, true},
-        {"pwrite", ofWrites, false, true},
-        {"fsync", ofSyncs, false, true},
-        {"fdatasync", ofSyncs, false, true},
-        {"ftruncate", {EINTR, EIO, EFBIG, EPERM, EINVAL}, false, true},
-        {"fcntl", {EACCES, EAGAIN, EINTR, ENOLCK, EBADF, EINVAL}, false, true},
-        {"stat", ofNames, false, true},
-        {"lstat", ofNames, false, true},
-        {"fstat", {EBADF, ENOMEM, EIO}, false, true},
-        {"access", ofNames, false, true},
-        {"faccessat", ofNames, false, true},
-        {"fchmod", {EIO, EPERM, EROFS}, false, true},
-        {"fchown", {EIO, EPERM, EROFS}, false, true},
-        {"rename", ofEntries, false, true},
-        {"link", {EACCES, EDQUOT, EEXIST, EIO, EMLINK, ENOMEM, ENOSPC, EPERM, EROFS}, false, true},
-        {"unlink", {EACCES, EBUSY, EIO, ENOMEM, EPERM, EROFS}, false, true},
-        {"readlink", {EACCES, EIO, ENOMEM, EINVAL}, false, true},
-        {"realpath", {EACCES, EIO, ENOMEM, ENAMETOOLONG}, false, true},
-        {"getcwd", {EACCES, ENOENT, ENOMEM, ERANGE}, false, true},
-        {"mmap", {EACCES, EAGAIN, EINVAL, ENFILE, ENOMEM}, false, true},
-        {"munmap", {EINVAL}, false, true},
-        {"nanosleep", {EINTR}, false, true},
+        {"setrlimit", {EPERM, EINVAL}, framework, host},
+        {"mq_open",
+         {EACCES, EEXIST, EINVAL, EMFILE, ENAMETOOLONG, ENFILE, ENOENT, ENOMEM, ENOSPC, EINTR},
+         framework,
+         host},
+        {"mq_send", ofQueues, framework, host | worker},
+        {"mq_receive", ofQueues, framework, host | worker},
+        {"mq_timedsend", ofQueues, framework, host},
+        {"mq_timedreceive", ofQueues, framework, nobody, "for senders that a full queue blocks: FoundByFailuresTest"},
+        {"mq_getattr", {EBADF}, framework, nobody, "of a queue with larger messages: FoundByFailuresTest"},
+        {"mq_close", {EBADF}, framework, worker, "a queue is closed by who leaves it last"},
+        {"mq_unlink", {EACCES, ENAMETOOLONG, ENOENT}, framework, host | worker},
+        {"sem_init", {EINVAL, ENOSYS}, framework, host},
+        {"sem_wait", {EINTR, EINVAL}, framework, host},
+        {"sem_trywait", {EAGAIN, EINTR, EINVAL}, framework, worker},
+        {"sem_post", {EINVAL, EOVERFLOW}, framework, host},
+        {"sem_destroy", {EINVAL}, framework, host | worker},
+        {"pthread_attr_init", {ENOMEM}, framework, host},
+        {"pthread_attr_setdetachstate", {EINVAL}, framework, host},
+        {"pthread_attr_setstacksize", {EINVAL}, framework, host},
+        {"pthread_attr_destroy", {EINVAL}, framework, host},
+        {"pthread_create", {EAGAIN, EINVAL, EPERM, ENOMEM}, framework, host},
+        {"pthread_mutex_init", {EAGAIN, ENOMEM, EPERM, EINVAL}, framework, host, nullptr, true},
+        {"pthread_mutex_lock", {EAGAIN, EINVAL, EDEADLK}, framework | provider, host | provider, nullptr, true},
+        {"pthread_mutex_unlock", {EPERM, EINVAL}, framework, host, nullptr, true},
+        {"pthread_mutex_destroy", {EBUSY, EINVAL}, framework, host, nullptr, true},
+        {"prctl", {EINVAL, EFAULT}, framework, worker},
+        {"getpwuid", {0, EINTR, EIO, EMFILE, ENFILE, ENOMEM, ERANGE}, framework, host},
+        {"open", ofOpen, provider, provider},
+        {"close", {EBADF, EINTR, EIO, ENOSPC, EDQUOT}, provider, provider},
+        {"read", ofReads, provider, file, "SQLite reads with pread"},
+        {"write", ofWrites, provider, file, "SQLite writes with pwrite"},
+        {"pread", ofReads, provider, sqlite, "only who does not get the lock reads its holder"},
+        {"pwrite", ofWrites, provider, provider},
+        {"fsync", ofSyncs, provider, provider},
+        {"fdatasync", ofSyncs, provider, provider},
+        {"ftruncate", {EINTR, EIO, EFBIG, EPERM, EINVAL, EBADF}, provider, provider},
+        {"fcntl", {EACCES, EAGAIN, EINTR, ENOLCK, EBADF, EINVAL}, provider, provider},
+        {"stat", ofNames, provider, provider},
+        {"lstat", ofNames, provider, provider},
+        {"fstat", {EBADF, ENOMEM, EIO}, provider, provider},
+        {"access", ofNames, provider, nobody, "SQLite's, for the folder of temporary files: these are in memory"},
+        {"faccessat", ofNames, provider, file, "SQLite tells itself what it may write"},
+        {"fchmod", {EIO, EPERM, EROFS}, provider, provider},
+        {"fchown", {EIO, EPERM, EROFS}, provider, rootWithFiles, "only root gives files away"},
+        {"rename", ofEntries, provider, provider},
+        {"link",
+         {EACCES, EDQUOT, EEXIST, EIO, EMLINK, ENOMEM, ENOSPC, EPERM, EROFS},
+         provider,
+         file,
+         "SQLite has a journal"},
+        {"unlink", {EACCES, EBUSY, EIO, ENOMEM, EPERM, EROFS}, provider, provider},
+        {"readlink", {EACCES, EIO, ENOMEM, EINVAL}, provider, provider},
+        {"realpath", {EACCES, EIO, ENOMEM, ENAMETOOLONG}, provider, sqlite, "the other provider follows links itself"},
+        {"getcwd",
+         {EACCES, ENOENT, ENOMEM, ERANGE},
+         provider,
+         nobody,
+         "SQLite's, for names that do not begin at the root"},
+        {"mmap", {EACCES, EAGAIN, EBADF, EINVAL, ENFILE, ENOMEM}, provider, sqlite, "a file is read, and not mapped"},
+        {"munmap", {EINVAL}, provider, sqlite, "a file is read, and not mapped"},
+        {"nanosleep", {EINTR}, provider, nobody, "a reader waits so while a host finishes a store"},
     };
     return calls;
 }

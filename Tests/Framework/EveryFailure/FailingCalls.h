@@ -10,15 +10,21 @@
 
 namespace test {
 
+/// Who makes a call in the scenario: the host's thread or the workers, with variables in memory; what lies below the
+/// host's thread, with one of the providers.
+enum Maker : unsigned { nobody = 0, host = 1, worker = 2, framework = 3, sqlite = 4, file = 8, provider = 12 };
+
 /// One of the calls, under whatever symbol a target has for it.
 struct FailingCall {
     const char *name;
     std::vector<int> errors; ///< Those of its manual page that can befall the library; 0 where it only finds nobody.
+    unsigned possibleMakers; ///< Whose calls of it are looked at.
+    unsigned makers;         ///< Those of them who make it.
+    /// Why nobody, or not everybody who could, makes it.
+    const char *reason = nullptr;
     /// Also made for the standard library's mutexes, which have no way to fail: it fails only in the steps that say
     /// what they answer then.
     bool failsWhereDescribed = false;
-    /// Of the storage providers; the others are the framework's.
-    bool isOfFiles = false;
 };
 
 /// The list; a call is known by its place in it.
@@ -41,6 +47,7 @@ public:
         Counted &operator=(const Counted &) = delete;
     };
 
+    /// The calls since fail. @return how many of one kind were made.
     static std::uint64_t counted(std::size_t call, Thread thread);
     static std::uint64_t failures();
 };

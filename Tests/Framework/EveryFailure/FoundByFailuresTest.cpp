@@ -1,20 +1,28 @@
 // What came to light when each call failed in turn, each by its name.
+#include <fcntl.h>
+#include <mqueue.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CEventTask.h"
+#include "EventQueues.h"
 #include "FailingCalls.h"
 #include "Progress.h"
 #include "SqliteStore.h"
 #include "TraceRecorder.h"
+#include "WorkerReceives.h"
 
 namespace {
 
@@ -127,6 +135,92 @@ TEST_F(FoundByFailures, AThreadThatCanNotBeDetached_IsNotMade) {
         testing::ElementsAre(test::Line{"CEventTask_Create", "EventTask (T): Could not create thread", 0x8000}));
     operations->Destroy(operations);
     EXPECT_EQ(threads, threadsOfThisProcess());
+}
+
+/// Host threads that a full queue blocks when its task is destroyed are let go by the leaving worker, which reads until
+/// the queue is empty. It took a read that was interrupted, or a message whose size it could not learn, for the end,
+/// and the sender waited for ever.
+class BlockedSender : public testing::Test {
+protected:
+    static constexpr std::uint32_t noOfMessages = 4;
+
+    BlockedSender() {
+        test::useOwnServerPort();
+        mq_unlink(name().c_str());
+    }
+    ~BlockedSender() override {
+        FailingCalls::failNone();
+        mq_unlink(name().c_str());
+    }
+
+    static std::string name() { return test::queueName("Blocked").substr(0, sizeof CEventTask::queueName - 1); }
+
+    /// The queue as somebody else has left it: a task takes it over.
+    static void leaveQueue(long messageSize) {
+        mq_attr attributes{};
+        attributes.mq_maxmsg = noOfMessages;
+        attributes.mq_msgsize = messageSize;
+        const mqd_t queue = mq_open(name().c_str(), O_RDWR | O_CREAT, 0600, &attributes);
+        ASSERT_NE(-1, queue) << std::strerror(errno);
+        mq_close(queue);
+    }
+
+    /// Blocks a sender, destroys the task while one of the calls of its worker is to fail, and waits for the sender.
+    /// @param isTaken  whether the worker can take a message of this queue when it waits for one.
+    void destroyWhile(const char *call, int error, bool isTaken) {
+        const auto threads = threadsOfThisProcess();
+        CEventTask task{};
+        ITask *operations = nullptr;
+        ASSERT_EQ(eAF_S_OK, CEventTask_GetInterface(&task, &operations));
+        ASSERT_EQ(eAF_S_OK, operations->Create(operations, "Blocked", 0, 0, 0, 1));
+        SEventDataMessage message{};
+        std::atomic<bool> isSent{false};
+        std::thread sender;
+        {
+            const test::WorkerReceives::Held held;
+            const auto put = [&] {
+                const timespec alreadyPast{};
+                return mq_timedsend(task.queue, reinterpret_cast<const char *>(&message), sizeof message, 0,
+                                    &alreadyPast) == 0;
+            };
+            if (isTaken) {
+                put(); // from here on the worker is in nobody's way
+                EXPECT_TRUE(test::eventually([] { return test::messagesIn(name()) == 0; }));
+            }
+            while (put()) {
+            }
+            FailingCalls::fail(callNamed(call), FailingCalls::Thread::other, 0, error);
+            sender = std::thread([&] {
+                CEventTask_HandleEvent(&task, &message);
+                isSent = true;
+            });
+            const std::size_t send = callNamed("mq_send");
+            EXPECT_TRUE(test::eventually([=] { return FailingCalls::counted(send, FailingCalls::Thread::other) > 0; }));
+            operations->Destroy(operations);
+        }
+        EXPECT_TRUE(test::eventually([&] { return isSent.load(); })) << "the sender waits for ever";
+        EXPECT_EQ(1u, FailingCalls::failures()) << call;
+        if (!isSent) {
+            std::_Exit(1); // nobody can let it go
+        }
+        sender.join();
+        EXPECT_TRUE(test::eventually([=] { return threadsOfThisProcess() == threads; })) << "the worker stays";
+    }
+};
+
+TEST_F(BlockedSender, WhoseWorkerIsInterrupted_IsLetGo) {
+    leaveQueue(sizeof(SEventDataMessage));
+    destroyWhile("mq_timedreceive", EINTR, true);
+}
+
+TEST_F(BlockedSender, WhoseMessageIsLargerThanTheWorkersAtFirst_IsLetGo) {
+    leaveQueue(sizeof(SEventDataMessage));
+    destroyWhile("mq_timedreceive", EMSGSIZE, true);
+}
+
+TEST_F(BlockedSender, WhoseQueueDoesNotTellItsSizeOnce_IsLetGo) {
+    leaveQueue(4 * sizeof(SEventDataMessage));
+    destroyWhile("mq_getattr", EBADF, false);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "ScenarioParts.h"
+#include "WorkerReceives.h"
 
 namespace test {
 namespace {
@@ -211,13 +212,17 @@ void Scenario::addModuleClasses() {
         const EAFResult result = CModuleManager_RunGroupWithReturnOption(1, ALL_RADIO_CHANNELS, 1);
         return result != eAF_S_OK || p.phases.isExactly({5161, 2116, 2216}) ? result : wrongEffect;
     });
-    add("ModuleInterface's words", [&p] {
-        return p.module->getId() == 21 && p.module->getName() == longName &&
-                       p.module->getRadioChannelId() == ALL_RADIO_CHANNELS && p.module->getBatchId() == 1 &&
-                       p.module->getNoOfPhaseFilterElements() == 2 && p.module->getPhaseFilter()[1] == 16 &&
-                       p.module->getCallback()->function == &ModuleInterface::onPhaseActivationWrapper
-                   ? eAF_S_OK
-                   : wrongEffect;
+    add("ModuleInterface::getId", [&p] { return p.module->getId(); }).answers(21);
+    add("ModuleInterface::getName", [&p] { return p.module->getName() == longName ? eAF_S_OK : wrongEffect; });
+    add("ModuleInterface::getRadioChannelId",
+        [&p] { return p.module->getRadioChannelId() == ALL_RADIO_CHANNELS ? eAF_S_OK : wrongEffect; });
+    add("ModuleInterface::getBatchId", [&p] { return p.module->getBatchId(); }).answers(1);
+    add("ModuleInterface::getNoOfPhaseFilterElements, ModuleInterface::getPhaseFilter", [&p] {
+        return p.module->getNoOfPhaseFilterElements() == 2 && p.module->getPhaseFilter()[1] == 16 ? eAF_S_OK
+                                                                                                  : wrongEffect;
+    });
+    add("ModuleInterface::getCallback", [&p] {
+        return p.module->getCallback()->function == &ModuleInterface::onPhaseActivationWrapper ? eAF_S_OK : wrongEffect;
     });
     add("CModuleManager_QueryModuleState", [] {
         std::uint32_t state = 0;
@@ -234,7 +239,7 @@ void Scenario::addModuleClasses() {
                    ? eAF_S_OK
                    : wrongEffect;
     });
-    add("CModuleManager::RegisterModule", [&p] {
+    add("CModuleManager::GetInstance, CModuleManager::RegisterModule", [&p] {
         return CModuleManager::GetInstance().RegisterModule(&*p.deferred);
     }).needs();
     add("CModuleManager::UnRegisterModule",
@@ -277,9 +282,13 @@ void Scenario::addEnd() {
         return result != eAF_S_OK || (p.phases.count == 3 && applicationsInitialized == 2) ? result : wrongEffect;
     });
     add("CApplicationFramework_Stop", [] { return CApplicationFramework_Stop(); });
+    // The task's end, of which the worker makes a part, comes in one order.
     add("CEventHandler_UnInitialize", [] {
+        const WorkerReceives::Held held;
         return CEventHandler_UnInitialize();
-    }).onCall("mq_send", {eAF_S_OK}, "Could not stop the EventTask. Continuing anyway.");
+    }).settles([] {
+          return workersAre(0);
+      }).onCall("mq_send", {eAF_S_OK}, "Could not stop the EventTask. Continuing anyway.");
     add("CApplicationFramework_UnInitialize", [] { return CApplicationFramework_UnInitialize(); });
     add("CApplicationFramework_Start", [] { return CApplicationFramework_Start(); }).answers(eAF_E_NOT_INITIALIZED);
     add("ModuleInterface::~ModuleInterface", [&p] {

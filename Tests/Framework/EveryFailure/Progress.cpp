@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <stdexcept>
 
 namespace test {
@@ -66,6 +67,11 @@ std::uint64_t strideOf(std::uint64_t tries, std::uint64_t shortForm) {
     }
     // Odd, so that it does not keep in step with what comes in pairs.
     return (tries / shortForm + 1) | 1;
+}
+
+std::size_t openDescriptors() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
 StoreFolder::StoreFolder() {

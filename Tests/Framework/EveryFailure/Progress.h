@@ -2,6 +2,7 @@
 /// What a driver is about to make fail: said by a run that crashes or hangs, which can say nothing else any more.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -24,6 +25,9 @@ public:
 /// From one try to the next of a number of them, so that no more than a short form are made. ZELAF_EVERY_FAILURE tells
 /// another number, or "all".
 std::uint64_t strideOf(std::uint64_t tries, std::uint64_t shortForm);
+
+/// Of this process.
+std::size_t openDescriptors();
 
 /// A folder of its own, removed with everything in it; in memory where the machine has one for that.
 class StoreFolder {

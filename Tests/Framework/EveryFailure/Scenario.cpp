@@ -3,6 +3,8 @@
 #include <mqueue.h>
 #include <unistd.h>
 
+#include <sched.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -25,6 +27,11 @@ namespace {
 namespace fs = std::filesystem;
 
 EAFResult setNoFile(unsigned long /*locationId*/, const char * /*file*/) {
+    return eAF_S_OK;
+}
+
+EAFResult countAll(unsigned long /*locationId*/, SStorageStatistics *statistics) {
+    statistics->noOfValuesRetrieved = Scenario::Parts::noOfStored;
     return eAF_S_OK;
 }
 
@@ -149,6 +156,11 @@ Step &Step::leaves() {
     return *this;
 }
 
+Step &Step::leavesOnly(std::function<bool(bool isOutOfMemory)> what) {
+    isLeftAsDescribed = std::move(what);
+    return leaves();
+}
+
 Step &Step::loses() {
     losesWhatTheListRefused = true;
     return *this;
@@ -161,6 +173,16 @@ Step &Step::undoneBy(std::function<void()> what) {
 
 Step &Step::after(std::function<bool()> what) {
     isReady = std::move(what);
+    return *this;
+}
+
+Step &Step::settles(std::function<bool()> what) {
+    settle = std::move(what);
+    return *this;
+}
+
+Step &Step::settlesLaterAfter(const char *call) {
+    unsettledBy = call;
     return *this;
 }
 
@@ -182,19 +204,39 @@ Step &Step::onCall(const char *call, std::vector<std::uint32_t> codes, const cha
 // Where variables are kept
 
 const Backend &memoryBackend() {
-    static const Backend backend{"Memory", tableInMemory, setNoFile, closeMemory, readNothing, false};
+    static const Backend backend{"Memory",      {"a table's SetFile", "a table's end", "a table's GetStatistics"},
+                                 tableInMemory, setNoFile,
+                                 closeMemory,   countAll,
+                                 readNothing,   false,
+                                 false};
     return backend;
 }
 
 const Backend &sqliteBackend() {
-    static const Backend backend{
-        "Sqlite", CSqliteStorage_GetProvider, CSqliteStorage_SetFile, CSqliteStorage_UnInitialize, readSqlite, true};
+    static const Backend backend{"Sqlite",
+                                 {"CSqliteStorage_SetFile, CSqliteStorage_GetProvider", "CSqliteStorage_UnInitialize",
+                                  "CSqliteStorage_GetStatistics"},
+                                 CSqliteStorage_GetProvider,
+                                 CSqliteStorage_SetFile,
+                                 CSqliteStorage_UnInitialize,
+                                 CSqliteStorage_GetStatistics,
+                                 readSqlite,
+                                 true,
+                                 true};
     return backend;
 }
 
 const Backend &fileBackend() {
     static const Backend backend{
-        "File", CFileStorage_GetProvider, CFileStorage_SetFile, CFileStorage_UnInitialize, readFile, true};
+        "File",
+        {"CFileStorage_SetFile, CFileStorage_GetProvider", "CFileStorage_UnInitialize", "CFileStorage_GetStatistics"},
+        CFileStorage_GetProvider,
+        CFileStorage_SetFile,
+        CFileStorage_UnInitialize,
+        CFileStorage_GetStatistics,
+        readFile,
+        true,
+        false};
     return backend;
 }
 
@@ -375,8 +417,7 @@ std::string Scenario::tearDown() {
     }
     InterfaceBroker::getInstance().clear();
     p.anInterface.reset();
-    workersHaveLeft();
-    std::string left;
+    std::string left = workersAre(0) ? "" : "a worker that nothing wakes ";
     for (const char *suffix : {"EHNP", "Task"}) {
         for (const std::string &name : possibleNames(suffix)) {
             left += queueExists(name.substr(0, taskNameSize)) ? name + " " : "";
@@ -400,8 +441,19 @@ std::string Scenario::tearDown() {
     return left;
 }
 
-bool workersHaveLeft() {
-    return eventually([] { return noOfThreads() <= threadsAtBegin; });
+bool soon(const std::function<bool()> &condition) {
+    constexpr int mostTurns = 100;
+    for (int turn = 0; turn < mostTurns; ++turn) {
+        if (condition()) {
+            return true;
+        }
+        sched_yield();
+    }
+    return eventually(condition);
+}
+
+bool workersAre(std::ptrdiff_t number) {
+    return soon([=] { return noOfThreads() == threadsAtBegin + number; });
 }
 
 } // namespace test

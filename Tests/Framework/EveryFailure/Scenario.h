@@ -4,6 +4,8 @@
 /// lets the host do the step again; from there on everything has to be as if nothing had happened.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -11,12 +13,16 @@
 
 #include "EAFResult.h"
 #include "IStorageProvider.h"
+#include "SStorageStatistics.h"
 #include "VariableStore.h"
 
 namespace test {
 
 /// What a step answers when the allocator's exception came out of it.
 constexpr std::uint32_t thrownBadAlloc = 0xBAD0A110;
+
+/// What a step answers whose worker did not do its part.
+constexpr std::uint32_t unsettled = 0xBAD0DEAD;
 
 struct Step {
     enum class Memory {
@@ -30,8 +36,10 @@ struct Step {
     std::uint32_t expected = eAF_S_OK;
     Memory memory = Memory::none;
     std::vector<std::uint32_t> withoutMemory;
-    /// The operation's description says what stays after it failed; what stays is not compared.
+    /// The operation's description says what stays after it failed; what stays is not compared as a whole.
     bool leavesSomething = false;
+    /// Whether what stays is what the description says; memory that ran out may take more.
+    std::function<bool(bool isOutOfMemory)> isLeftAsDescribed;
     /// Of a variable that a list could not take: it stays as it is, and nobody has it.
     bool losesWhatTheListRefused = false;
     /// It reads or writes the store: the calls below that may fail it.
@@ -40,6 +48,9 @@ struct Step {
     std::function<void()> undo;
     /// Whether it may be done at all: a pump that nobody has fired for would wait for ever.
     std::function<bool()> isReady;
+    /// Waits for what workers do when it succeeds. @return whether they did.
+    std::function<bool()> settle;
+    const char *unsettledBy = nullptr; ///< After whose failure they do it later.
     /// Of a step that answers nothing: whether it had no effect, and is done again.
     std::function<bool()> hadNoEffect;
 
@@ -51,13 +62,21 @@ struct Step {
     };
     std::vector<CallFailure> onFailingCall;
 
+    /// @return what the step answered, or what tells that nobody answered to it.
+    std::uint32_t settled(std::uint32_t code) const {
+        return code != expected || !settle || settle() ? code : unsettled;
+    }
+
     Step &needs(std::vector<std::uint32_t> codes = {eAF_E_OUT_OF_MEMORY});
     Step &ignores(std::vector<std::uint32_t> codes = {});
     Step &answers(std::uint32_t code);
     Step &leaves();
+    Step &leavesOnly(std::function<bool(bool isOutOfMemory)> what);
     Step &loses();
     Step &undoneBy(std::function<void()> what);
     Step &after(std::function<bool()> what);
+    Step &settles(std::function<bool()> what);
+    Step &settlesLaterAfter(const char *call);
     Step &usesTheStore();
     Step &isUnansweredWhen(std::function<bool()> what);
     Step &onCall(const char *call, std::vector<std::uint32_t> codes, const char *trace = nullptr);
@@ -66,13 +85,18 @@ struct Step {
 /// Where the host keeps its variables.
 struct Backend {
     const char *name;
+    enum Operation { setFileName, closeName, statisticsName };
+    std::array<const char *, 3> operations;
     IStorageProvider *(*table)();
     EAFResult (*setFile)(unsigned long locationId, const char *file);
     EAFResult (*close)();
+    EAFResult (*statistics)(unsigned long locationId, SStorageStatistics *statistics);
     /// Reads a store past the provider.
     EAFResult (*read)(const std::string &file, storage::StoredValues &values);
     /// The calls below it whose failure a store or a retrieve may answer.
     bool keepsFiles;
+    /// Others may let it keep a log of what is written.
+    bool keepsLog;
 };
 
 /// In memory, without memory of its own.
@@ -101,7 +125,7 @@ public:
 
     /// After the last step, or instead of those that are left: whatever is still there is taken down, also when a step
     /// did not do what it should.
-    /// @return the names of queues that the library was to remove and did not.
+    /// @return the names of queues that the library was to remove and did not, and whatever else is left.
     std::string tearDown();
 
     struct Parts;
@@ -118,6 +142,8 @@ private:
     void addObjectsAndRegions();
     void addDatabase();
     void addStorage();
+    void addSetFile();
+    void addNewStart(std::function<bool()> meanwhile);
     void addStores();
     void addStorageClasses();
     void addBroker();
@@ -130,8 +156,11 @@ private:
     Parts *m_parts;
 };
 
-/// Waits until the worker threads of earlier lives are gone.
-/// @return whether they went.
-bool workersHaveLeft();
+/// Waits for what another thread is about to do, many times in a life: at first without a pause.
+bool soon(const std::function<bool()> &condition);
+
+/// Waits until there are so many worker threads.
+/// @return whether it came to that.
+bool workersAre(std::ptrdiff_t number);
 
 } // namespace test

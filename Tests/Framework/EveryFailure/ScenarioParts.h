@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 
@@ -95,12 +96,14 @@ struct Scenario::Parts {
     CEventTask task{};
     ITask *operations = nullptr;
     bool isTaskCreated = false;
+    std::uint64_t takenBefore = 0; ///< Messages that workers had taken when the last one was put into a queue.
     CEventCache cache{};
 
     // Storage
     static constexpr unsigned long locationId = 1;
     static constexpr std::uint32_t blobSize = 300;
     static constexpr std::size_t noOfStored = 7;
+    static constexpr std::int32_t generationOfDefaults = 5;
     std::array<std::int32_t, 4> numbers{};
     std::array<std::int32_t, 4> defaults{};
     std::array<unsigned char, blobSize> blob{};
@@ -132,6 +135,9 @@ struct Scenario::Parts {
     void setDefaults(std::int32_t generation);
     /// @return the generation, or -1 where they are mixed.
     std::int32_t generation() const;
+    std::int32_t generationBefore = 0; ///< What stood in the variables when a retrieve began.
+    /// @return whether each variable for itself is of one of these generations.
+    bool holdsOnly(std::initializer_list<std::int32_t> generations) const;
 };
 
 /// A table of the tests' own that keeps one generation of numbers and takes no memory.

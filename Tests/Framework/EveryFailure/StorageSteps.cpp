@@ -80,7 +80,7 @@ void forgetMemory() {
 
 Scenario::Parts::Parts() {
     configuration[8] = ownServerPort(getpid());
-    setDefaults(5);
+    setDefaults(generationOfDefaults);
     setGeneration(0);
 }
 
@@ -101,15 +101,22 @@ void Scenario::Parts::setDefaults(std::int32_t generation) {
 
 std::int32_t Scenario::Parts::generation() const {
     const std::int32_t first = numbers[0];
-    const auto isFirst = [first](auto element) { return static_cast<std::int32_t>(element) == first; };
-    std::int32_t ofAdded = first;
+    return holdsOnly({first}) ? first : -1;
+}
+
+bool Scenario::Parts::holdsOnly(std::initializer_list<std::int32_t> generations) const {
+    const auto isIn = [&](std::int32_t generation) {
+        return std::find(generations.begin(), generations.end(), generation) != generations.end();
+    };
+    const auto isWhole = [&](const auto &content) {
+        const auto isFirst = [&](auto element) { return element == content[0]; };
+        return isIn(static_cast<std::int32_t>(content[0])) && std::all_of(content.begin(), content.end(), isFirst);
+    };
+    std::int32_t ofAdded = numbers[0];
     if (added.content != nullptr) {
         std::memcpy(&ofAdded, added.content, sizeof ofAdded);
     }
-    return std::all_of(numbers.begin(), numbers.end(), isFirst) && std::all_of(blob.begin(), blob.end(), isFirst) &&
-                   std::all_of(text.begin(), text.end(), isFirst) && ofAdded == first
-               ? first
-               : -1;
+    return std::all_of(numbers.begin(), numbers.end(), isIn) && isWhole(blob) && isWhole(text) && isIn(ofAdded);
 }
 
 void Scenario::addVariables() {
@@ -165,11 +172,11 @@ void Scenario::addVariables() {
             CVariable_FormatText(&p.own, text.data(), static_cast<std::uint32_t>(text.size()), &needed);
         return result != eAF_S_OK || std::strncmp(text.data(), "[1 ,-2 ,0", 9) == 0 ? result : wrongEffect;
     });
-    add("CVariable_SetRetrieved", [&p] {
+    add("CVariable_SetRetrieved, CVariable_IsRetrieved", [&p] {
         CVariable_SetRetrieved(&p.own, 1);
         return CVariable_IsRetrieved(&p.own);
     }).answers(1);
-    add("CVariable_SetDynamicallyAllocated", [&p] {
+    add("CVariable_SetDynamicallyAllocated, CVariable_IsDynamicallyAllocated", [&p] {
         CVariable_SetDynamicallyAllocated(&p.own, 1);
         return CVariable_IsDynamicallyAllocated(&p.own);
     }).answers(1);
@@ -187,7 +194,7 @@ void Scenario::addVariables() {
 void Scenario::addObjectsAndRegions() {
     Parts &p = *m_parts;
     const auto construct = [this](CStorageObject &object, const char *name) {
-        add("CStorageObject_Construct", [&object, name] {
+        add("CStorageObject_Construct, CStorageObject_IsEmpty", [&object, name] {
             CStorageObject_Construct(&object, name);
             return CStorageObject_IsEmpty(&object) != 0 ? 1u : 0u;
         }).answers(1);
@@ -241,7 +248,7 @@ void Scenario::addObjectsAndRegions() {
         return CStorageObject_GetName(&p.top, &name);
     });
     add("CStorageObject_GetNoOfVariables", [&p] { return CStorageObject_GetNoOfVariables(&p.top); }).answers(5);
-    add("CStorageObject_GetVariableIterator and the rest", [&p] {
+    add("CStorageObject_GetVariableIterator, CStorageObject_GetNextVariable", [&p] {
         CListIterator iterator{};
         EAFResult result = CStorageObject_GetVariableIterator(&p.top, &iterator);
         std::uint32_t count = 0;
@@ -257,20 +264,27 @@ void Scenario::addObjectsAndRegions() {
         unsigned long size = 0;
         return CStorageObject_GetSizeInBytes(&p.top, &size);
     });
-    add("CStorageObject's words", [&p] {
+    add("CStorageObject_SetRawObjectContentAddress, CStorageObject_GetRawObjectContentAddress", [&p] {
         void *raw = nullptr;
-        uintptr_t data = 0;
         CStorageObject_SetRawObjectContentAddress(&p.top, &p);
-        CStorageObject_SetApplicationData(&p.top, 9);
-        CStorageObject_SetWritable(&p.top, 0);
-        CStorageObject_SetDynamicallyAllocated(&p.top, 0);
-        return CStorageObject_GetRawObjectContentAddress(&p.top, &raw) == eAF_S_OK &&
-                       CStorageObject_GetApplicationData(&p.top, &data) == eAF_S_OK && data == 9 &&
-                       CStorageObject_IsWritable(&p.top) == 0 && CStorageObject_IsDynamicallyAllocated(&p.top) == 0
-                   ? eAF_S_OK
-                   : wrongEffect;
+        const EAFResult result = CStorageObject_GetRawObjectContentAddress(&p.top, &raw);
+        return result != eAF_S_OK || raw == &p ? result : wrongEffect;
     });
-    add("CStorageRegion_Construct", [&p] {
+    add("CStorageObject_SetApplicationData, CStorageObject_GetApplicationData", [&p] {
+        uintptr_t data = 0;
+        CStorageObject_SetApplicationData(&p.top, 9);
+        const EAFResult result = CStorageObject_GetApplicationData(&p.top, &data);
+        return result != eAF_S_OK || data == 9 ? result : wrongEffect;
+    });
+    add("CStorageObject_SetWritable, CStorageObject_IsWritable", [&p] {
+        CStorageObject_SetWritable(&p.top, 0);
+        return CStorageObject_IsWritable(&p.top);
+    }).answers(0);
+    add("CStorageObject_SetDynamicallyAllocated, CStorageObject_IsDynamicallyAllocated", [&p] {
+        CStorageObject_SetDynamicallyAllocated(&p.top, 0);
+        return CStorageObject_IsDynamicallyAllocated(&p.top);
+    }).answers(0);
+    add("CStorageRegion_Construct, CStorageRegion_IsEmpty", [&p] {
         CStorageRegion_Construct(&p.region, "Cfg", Parts::locationId);
         CStorageRegion_Construct(&p.alone, "Alone", 5);
         CStorageRegion_Construct(&p.described, "Described", 6);
@@ -278,19 +292,38 @@ void Scenario::addObjectsAndRegions() {
     }).answers(1);
     add("CStorageRegion_AddObject", [&p] { return CStorageRegion_AddObject(&p.region, &p.top); }).needs();
     add("CStorageRegion_AddObject", [&p] { return CStorageRegion_AddObject(&p.alone, &p.parent); }).needs();
-    add("CStorageRegion's words", [&p] {
+    add("CStorageRegion_GetName", [&p] {
         char *name = nullptr;
+        const EAFResult result = CStorageRegion_GetName(&p.region, &name);
+        return result != eAF_S_OK || std::strcmp(name, "Cfg") == 0 ? result : wrongEffect;
+    });
+    add("CStorageRegion_GetLocationId", [&p] {
+        return static_cast<std::uint32_t>(CStorageRegion_GetLocationId(&p.region));
+    }).answers(Parts::locationId);
+    add("CStorageRegion_GetNoOfObjects", [&p] { return CStorageRegion_GetNoOfObjects(&p.region); }).answers(1);
+    add("CStorageRegion_ReserveSize, CStorageRegion_GetReservedSize", [&p] {
         unsigned long size = 0;
+        const EAFResult reserved = CStorageRegion_ReserveSize(&p.region, 200);
+        const EAFResult result = CStorageRegion_GetReservedSize(&p.region, &size);
+        return reserved == eAF_S_OK && (result != eAF_S_OK || size == 200) ? result : wrongEffect;
+    });
+    add("CStorageRegion_GetSizeInBytes", [&p] {
+        unsigned long size = 0;
+        const EAFResult result = CStorageRegion_GetSizeInBytes(&p.region, &size);
+        return result != eAF_S_OK || size > 300 ? result : wrongEffect;
+    });
+    add("CStorageRegion_SetDynamicallyAllocated, CStorageRegion_IsDynamicallyAllocated", [&p] {
         CStorageRegion_SetDynamicallyAllocated(&p.region, 0);
-        return CStorageRegion_GetName(&p.region, &name) == eAF_S_OK &&
-                       CStorageRegion_GetLocationId(&p.region) == Parts::locationId &&
-                       CStorageRegion_GetNoOfObjects(&p.region) == 1 &&
-                       CStorageRegion_ReserveSize(&p.region, 200) == eAF_S_OK &&
-                       CStorageRegion_GetReservedSize(&p.region, &size) == eAF_S_OK && size == 200 &&
-                       CStorageRegion_GetSizeInBytes(&p.region, &size) == eAF_S_OK && size > 300 &&
-                       CStorageRegion_IsDynamicallyAllocated(&p.region) == 0
-                   ? eAF_S_OK
-                   : wrongEffect;
+        return CStorageRegion_IsDynamicallyAllocated(&p.region);
+    }).answers(0);
+    add("CStorageRegion_Destruct, CStorageObject_Destruct", [] {
+        CStorageObject object{};
+        CStorageRegion region{};
+        CStorageObject_Construct(&object, "Passing");
+        CStorageRegion_Construct(&region, "Passing", 7);
+        CStorageRegion_Destruct(&region);
+        CStorageObject_Destruct(&object);
+        return CStorageRegion_IsEmpty(&region) != 0 && CStorageObject_IsEmpty(&object) != 0 ? eAF_S_OK : wrongEffect;
     });
 }
 
@@ -306,6 +339,7 @@ void Scenario::addDatabase() {
         .ignores()
         .undoneBy([&p] { CDatabase_Destruct(&p.database); });
     add("CDatabase_AddRegion", [&p] { return CDatabase_AddRegion(&p.database, &p.alone); }).needs();
+    add("CDatabase_GetNoOfRegions", [&p] { return CDatabase_GetNoOfRegions(&p.database); }).answers(1);
     add("CDatabase_GetRegionByName", [&p] {
         CStorageRegion *found = nullptr;
         return CDatabase_GetRegionByName(&p.database, "Alone", &found);

@@ -1,9 +1,54 @@
 // The storage manager and whatever keeps the variables below it; the classes beside it; the broker.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <sqlite3.h>
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "ScenarioParts.h"
 
 namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// All that a provider reads of a store, in every generation of it, is damaged behind its beginning.
+bool damage(const std::string &store) {
+    constexpr std::streamoff behindTheBeginning = 100;
+    bool isDamaged = false;
+    for (const auto &entry : fs::directory_iterator(fs::path(store).parent_path())) {
+        const bool isLock = entry.path().extension() == ".lock";
+        if (!isLock && entry.is_regular_file() && entry.file_size() > behindTheBeginning) {
+            std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(behindTheBeginning);
+            file << std::string(60, '\xFE');
+            isDamaged = file.flush().good();
+        }
+    }
+    return isDamaged;
+}
+
+/// What root's tools do, and what a user's may: the next files are to be as this one is.
+bool giveAway(const std::string &store) {
+    constexpr mode_t everybodys = 0666;
+    constexpr uid_t another = 1;
+    return chmod(store.c_str(), everybodys) == 0 &&
+           (geteuid() != 0 || chown(store.c_str(), another, static_cast<gid_t>(another)) == 0);
+}
+
+/// As somebody's tool leaves a database that it has put into another journal mode.
+bool keepsALog(const std::string &store) {
+    sqlite3 *database = nullptr;
+    const bool isDone = sqlite3_open(store.c_str(), &database) == SQLITE_OK &&
+                        sqlite3_exec(database, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) == SQLITE_OK;
+    sqlite3_close(database);
+    return isDone;
+}
+
+} // namespace
 
 void Scenario::addStorage() {
     const Backend &backend = m_backend;
@@ -21,14 +66,31 @@ void Scenario::addStorage() {
     add("CStorageManager_RegisterRegion", [this] {
         return CStorageManager_RegisterRegion(&m_parts->region);
     }).needs({eAF_E_FAILED});
-    Step &named = add("a provider's SetFile", [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
-    if (backend.keepsFiles) {
-        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY}); // a link that the kernel has no memory for
-    }
+    addSetFile();
     add("CStorageManager_ReserveWritableSpace",
         [] { return CStorageManager_ReserveWritableSpace(Parts::locationId, 4096); });
     // Its answer tells nothing: what could not be filed is filed by the next one.
     add("CStorageManager_UpdatePathHashTable", [] { return CStorageManager_UpdatePathHashTable(); }).ignores();
+}
+
+void Scenario::addSetFile() {
+    Step &named = add(m_backend.operations[Backend::setFileName],
+                      [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
+    if (m_backend.keepsFiles) {
+        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY}); // a link that the kernel has no memory for
+    }
+}
+
+/// A new start of the host: the store is opened anew.
+/// @param meanwhile  what is done to the store while it is closed.
+void Scenario::addNewStart(std::function<bool()> meanwhile) {
+    add(m_backend.operations[Backend::closeName],
+        [this] { return m_backend.keepsFiles ? m_backend.close() : eAF_S_OK; });
+    addSetFile();
+    Step &between = add("what others do to a store", [] { return eAF_S_OK; });
+    if (m_backend.keepsFiles) {
+        between.after(std::move(meanwhile));
+    }
 }
 
 void Scenario::addStores() {
@@ -38,20 +100,35 @@ void Scenario::addStores() {
     const auto provider = [&](const char *operation, std::function<std::uint32_t()> run) -> Step & {
         return add(operation, std::move(run)).needs({eAF_E_FAILED, eAF_S_OK}).leaves().usesTheStore();
     };
+    // A variable whose lock could not be had keeps its default, or its earlier value in the store.
     const auto retrieve = [&](std::int32_t expected) {
-        provider("CStorageManager_RetrieveAll", [&p, expected] {
+        Step &step = provider("CStorageManager_RetrieveAll", [&p, expected] {
+            p.generationBefore = p.generation();
             const EAFResult result = CStorageManager_RetrieveAll();
             return result != eAF_S_OK || p.generation() == expected ? result : wrongEffect;
         });
+        // Where there is no memory for the defaults, what stood there stays. A store would make any of it lasting.
+        step.leavesOnly([this, &p, expected](bool isOutOfMemory) {
+            const std::int32_t other = isOutOfMemory ? p.generationBefore : expected;
+            return p.holdsOnly({Parts::generationOfDefaults, expected, other}) &&
+                   (!m_backend.keepsFiles || CStorageManager_StoreAll() == eAF_E_FAILED);
+        });
+        if (m_backend.keepsFiles) {
+            step.onCall("pthread_mutex_lock", {eAF_E_FAILED});
+        }
     };
     const auto store = [&](std::int32_t generation) {
-        provider("CStorageManager_StoreAll", [&p, generation] {
+        Step &step = provider("CStorageManager_StoreAll", [&p, generation] {
             p.setGeneration(generation);
             return CStorageManager_StoreAll();
         });
+        step.leavesOnly([&p, generation](bool /*isOutOfMemory*/) { return p.generation() == generation; });
+        if (m_backend.keepsFiles) {
+            step.onCall("pthread_mutex_lock", {eAF_E_FAILED});
+        }
     };
     provider("CStorageManager_InitializeAllProviders", [] { return CStorageManager_InitializeAllProviders(); });
-    retrieve(5); // the defaults
+    retrieve(Parts::generationOfDefaults);
     store(1);
     store(2);
     add("the host's own change", [&p] {
@@ -60,14 +137,24 @@ void Scenario::addStores() {
     });
     retrieve(2);
     store(3);
-    // A new start: the store is opened anew.
-    add("a provider's end", [this] { return m_backend.keepsFiles ? m_backend.close() : eAF_S_OK; });
-    Step &named = add("a provider's SetFile", [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
-    if (m_backend.keepsFiles) {
-        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY});
-    }
+    addNewStart([this] { return giveAway(m_store); });
     retrieve(3);
     store(4);
+    const bool losesDamaged = m_backend.keepsFiles;
+    addNewStart([this] { return damage(m_store); });
+    retrieve(losesDamaged ? Parts::generationOfDefaults : 4);
+    store(6);
+    if (m_backend.keepsLog) {
+        addNewStart([this] { return keepsALog(m_store); });
+        retrieve(6);
+        store(7);
+    }
+    retrieve(m_backend.keepsLog ? 7 : 6);
+    add(m_backend.operations[Backend::statisticsName], [this] {
+        SStorageStatistics statistics{};
+        const EAFResult result = m_backend.statistics(Parts::locationId, &statistics);
+        return result != eAF_S_OK || statistics.noOfValuesRetrieved == Parts::noOfStored ? result : wrongEffect;
+    });
     add("CStorageManager_StoreAllWritable", [] {
         return CStorageManager_StoreAllWritable();
     }).answers(eAF_E_NOT_IMPLEMENTED);
@@ -123,7 +210,7 @@ void Scenario::addStorageClasses() {
         p.location->updatePathHashTable();
         return eAF_S_OK;
     }).ignores();
-    add("SLocationDescriptor::getVariableByName", [&p] {
+    add("SLocationDescriptor::getVariableByName, SLocationDescriptor::getVariableByPath", [&p] {
         CVariable *variable = nullptr;
         return p.location->getVariableByName("Nobody", &variable) || p.location->getVariableByPath("N/o", &variable)
                    ? wrongEffect
@@ -146,7 +233,7 @@ void Scenario::addStorageClasses() {
         p.provider->deleteLocation(6);
         return eAF_S_OK;
     });
-    add("SProviderDescriptor::~SProviderDescriptor", [&p] {
+    add("SProviderDescriptor::~SProviderDescriptor, SLocationDescriptor::~SLocationDescriptor", [&p] {
         p.provider.reset();
         p.location.reset();
         return eAF_S_OK;
@@ -159,7 +246,7 @@ void Scenario::addBroker() {
         p.anInterface.emplace(longName);
         return eAF_S_OK;
     }).needs({thrownBadAlloc});
-    add("InterfaceBroker::registerInterface", [&p] {
+    add("InterfaceBroker::getInstance, InterfaceBroker::registerInterface", [&p] {
         return InterfaceBroker::getInstance().registerInterface(&*p.anInterface);
     }).needs({thrownBadAlloc});
     static const std::string shortName = "short";
@@ -169,7 +256,7 @@ void Scenario::addBroker() {
     add("InterfaceBroker::registerInterface", [&p] {
         return InterfaceBroker::getInstance().registerInterface(shortName, &*p.anInterface);
     }).answers(eAF_W_ALREADY_REGISTERED);
-    add("InterfaceBroker::getInterface", [&p] {
+    add("InterfaceBroker::getInterface, IInterface::getName", [&p] {
         IInterface *found = nullptr;
         const EAFResult result = InterfaceBroker::getInstance().getInterface(longName, &found);
         return result != eAF_S_OK || (found == &*p.anInterface && found->getName() == longName) ? result : wrongEffect;
@@ -178,6 +265,10 @@ void Scenario::addBroker() {
         [] { return InterfaceBroker::getInstance().unregisterInterface(shortName, nullptr); });
     add("InterfaceBroker::clear", [] {
         InterfaceBroker::getInstance().clear();
+        return eAF_S_OK;
+    });
+    add("IInterface::~IInterface", [&p] {
+        p.anInterface.reset();
         return eAF_S_OK;
     });
 }

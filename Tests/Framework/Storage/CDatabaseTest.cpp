@@ -131,6 +131,25 @@ TEST_F(CDatabaseTest, RemoveRegion_LeavesItsPathsInTheTable) {
     EXPECT_EQ(eAF_S_OK, CDatabase_GetVariableByPath(&database, "Cfg/Radio/Gain", &found)) << "an update removes none";
 }
 
+TEST_F(CDatabaseTest, RemoveRegion_ComesThroughWhateverNestsInItsObjects) {
+    CStorageRegion *region = addRegion("Cfg");
+    CStorageObject *radio = tree.objectIn(region, "Radio");
+    tree.objectIn(region, "Empty");
+    tree.nested(radio, "Nameless")->name[0] = '\0';
+    tree.variable(radio, {radio, TYPE_OBJECT, 1, "Itself", nullptr});
+    tree.objectArray(radio, "Channels", {"C1", ""});
+    void *none = nullptr;
+    tree.variable(radio, {&none, TYPE_OBJECT_ARRAY, 2, "NoArray", nullptr})->content = nullptr;
+    tree.integer(radio, "Gain");
+    CDatabase_UpdatePathHashTable(&database);
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "Cfg"));
+    EXPECT_EQ(0u, CDatabase_GetNoOfRegions(&database));
+    EXPECT_THAT(TraceRecorder::failures(), IsEmpty()) << "what cannot be entered has no paths in the table";
+    CVariable *found = nullptr;
+    EXPECT_EQ(eAF_S_OK, CDatabase_GetVariableByPath(&database, "Cfg/Radio/Gain", &found));
+}
+
 TEST_F(CDatabaseTest, GetVariableByName_SearchesTopLevelObjectsInOrder) {
     CStorageRegion *first = addRegion("First");
     CStorageRegion *second = addRegion("Second");
@@ -219,6 +238,8 @@ TEST_F(CDatabaseTest, Destruct_DestructsEveryRegionAndFreesTheMarkedOnes) {
 }
 
 TEST_F(CDatabaseTest, NullArguments_AreAnswered) {
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_SetAsNotRetrieved(nullptr));
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CDatabase_SetNotRetrievedVariablesToDefault(nullptr));
     CVariable *variable = nullptr;
     CDatabase_Construct(nullptr, 1);
     CDatabase_Destruct(nullptr);

@@ -123,6 +123,20 @@ TEST_F(DatabaseWalkFaults, AnIterationThatBreaksOff_IsTracedAndFailsTheWalk) {
     EXPECT_THAT(TraceRecorder::failures(), ElementsAre(object("Could not get variable", eAF_E_FAILED)));
 }
 
+TEST_F(DatabaseWalkFaults, RemoveRegion_OfAnIterationThatDoesNotStart_RemovesItAllTheSame) {
+    CDatabase_UpdatePathHashTable(&database);
+    listFaults().startIteration = 0x8005;
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "Cfg"));
+    EXPECT_EQ(0u, CDatabase_GetNoOfRegions(&database));
+}
+
+TEST_F(DatabaseWalkFaults, RemoveRegion_OfAnIterationThatBreaksOff_RemovesItAllTheSame) {
+    CDatabase_UpdatePathHashTable(&database);
+    listFaults().getNext = 0x8004;
+    EXPECT_EQ(eAF_S_OK, CDatabase_RemoveRegion(&database, "Cfg"));
+    EXPECT_EQ(0u, CDatabase_GetNoOfRegions(&database));
+}
+
 TEST_F(DatabaseWalkFaults, AContentThatCanNotBeHad_FailsNestedObjectsAndArrays) {
     tree.integer(tree.nested(radio, "Tx"), "Lo");
     tree.objectArray(radio, "Channels", {"C1"});

@@ -198,6 +198,26 @@ TEST_F(StorageOutOfMemory, APathUpdate_AnswersThatAllIsWell) {
     EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath(path.c_str(), &found));
 }
 
+TEST_F(StorageOutOfMemory, APathUpdateThatBreaksOff_AnswersThatAllIsWell) {
+    CStorageManager_RegisterLocation(1, "L", 4, 0);
+    CStorageRegion *region = tree.region("R", 1);
+    CStorageManager_RegisterRegion(region);
+    CStorageObject *object = tree.objectIn(region, "O");
+    for (int depth = 0; depth < 20; ++depth) {
+        object = tree.nested(object, std::string(119, 'n'));
+    }
+    tree.integer(object, "Deep");
+    tree.integer(tree.objectIn(region, "Next"), "V");
+    {
+        const auto probe = AllocationProbe::refusingFrom(0);
+        EXPECT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+    }
+    CVariable *found = nullptr;
+    EXPECT_NE(eAF_S_OK, CStorageManager_GetVariableByPath("R/Next/V", &found));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableByPath("R/Next/V", &found));
+}
+
 TEST_F(StorageOutOfMemory, LookUps_NeedNoMemoryAndLoseAtMostTheirLog) {
     CStorageManager_RegisterLocation(1, "L", 4, 0);
     CStorageRegion *region = tree.region("R", 1);

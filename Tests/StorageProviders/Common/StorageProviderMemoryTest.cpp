@@ -16,6 +16,11 @@ protected:
     StorageProviderMemoryTest() {
         first = gain(1, &defaultGain);
         second = tree.integer(tree.nested(object, "A nested object whose name is no short one"), "Level", 2);
+        CStorageObject *deep = object; // as deep as it takes for a walk to need memory
+        for (int i = 0; i < 17; ++i) {
+            deep = tree.nested(deep, std::string(119, 'n'));
+        }
+        tree.integer(deep, "Deep");
         twin =
             tree.integer(object, "A nested object whose name is no short one/Level", 3); // said to have a double path
         TraceRecorder::reset(0, 0); // the recorder's own memory is not what is tested
