@@ -19,7 +19,9 @@ protected:
         CStorageObject *deep = object; // as deep as it takes for a walk to need memory
         for (int i = 0; i < 17; ++i) {
             deep = tree.nested(deep, std::string(119, 'n'));
+            deepPath += std::string(119, 'n') + "/";
         }
+        deepPath.resize(511);
         tree.integer(deep, "Deep");
         twin =
             tree.integer(object, "A nested object whose name is no short one/Level", 3); // said to have a double path
@@ -51,6 +53,7 @@ protected:
     CVariable *first = nullptr;
     CVariable *second = nullptr;
     CVariable *twin = nullptr;
+    std::string deepPath = "Cfg/Radio/";
     static constexpr const char *secondPath = "Cfg/Radio/A nested object whose name is no short one/Level";
 };
 
@@ -94,6 +97,7 @@ TEST_F(StorageProviderMemoryTest, StoreAll_OfWhatChanged_IsMadeWholeOnceThereIsM
 TEST_F(StorageProviderMemoryTest, RetrieveAll_WithoutMemory_LeavesEachVariableStoredOrDefault) {
     keep("Cfg/Radio/Gain", 7);
     keep(secondPath, 8);
+    keep(deepPath, 0);
     keep("Cfg/Radio/Not registered today", 9);
     set(second, 2);
     const int refusals =
