@@ -290,9 +290,11 @@ def shares_text(document):
         if not missed:
             continue
         beyond = of_role(row, "library")[0]["median"] - of_role(row, "limit")[0]["median"]
+        if beyond <= 0:
+            continue  # a part of the limit is the aim
         parts = known_parts(document, row)
-        told = "; ".join(f"{what} {time_text(part)}, {part / beyond:.0%}" for what, part in parts if beyond > 0)
-        lines.append(f"| {row['group']}: {name_of(row)} | {time_text(beyond) if beyond > 0 else 'none'} | {told or '-'} |")
+        told = "; ".join(f"{what} {time_text(part)}, {part / beyond:.0%}" for what, part in parts)
+        lines.append(f"| {row['group']}: {name_of(row)} | {time_text(beyond)} | {told or '-'} |")
     return "| missed | beyond the limit | of that |\n|---|---|---|\n" + "\n".join(lines) + "\n" if lines else ""
 
 
