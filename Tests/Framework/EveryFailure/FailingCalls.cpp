@@ -185,6 +185,7 @@ void *nextOf(const char *symbol) {
 
 // The framework's. The receive is WorkerReceives', which asks here.
 ZELAF_FAILS(setrlimit, setrlimit, int, (int resource, const rlimit *limits), (resource, limits))
+ZELAF_FAILS(setrlimit64, setrlimit, int, (int resource, const void *limits), (resource, limits))
 ZELAF_FAILS(mq_open, mq_open, mqd_t, (const char *name, int flags, unsigned mode, void *attributes),
             (name, flags, mode, attributes))
 ZELAF_FAILS(mq_send, mq_send, int, (mqd_t queue, const char *bytes, std::size_t size, unsigned priority),
@@ -221,6 +222,8 @@ ZELAF_RETURNS_TO_THE_LIBRARY(pthread_mutex_unlock, (pthread_mutex_t * mutex), (m
 ZELAF_RETURNS_TO_THE_LIBRARY(pthread_mutex_destroy, (pthread_mutex_t * mutex), (mutex))
 ZELAF_FAILS(prctl, prctl, int, (int option, unsigned long a, unsigned long b, unsigned long c, unsigned long d),
             (option, a, b, c, d))
+ZELAF_FAILS(__prctl_time64, prctl, int,
+            (int option, unsigned long a, unsigned long b, unsigned long c, unsigned long d), (option, a, b, c, d))
 ZELAF_DEFINE(getpwuid, passwd *, (uid_t user), return isFailing(call_getpwuid) ? nullptr : next(user);)
 
 // The providers' and SQLite's
