@@ -252,6 +252,9 @@ TEST_F(DatabaseWalkFaults, AWalkThatFails_IsAWarningOfThePathUpdate) {
         ElementsAre(object("Could not get variable", eAF_E_FAILED),
                     Line{"updatePathHashTable", "Could not update path hash table in database", eAF_W_WARNING}));
     EXPECT_EQ(test::levelOf(eAF_W_WARNING), TraceRecorder::records().back().level);
+    TraceRecorder::reset(test::levelOf(eAF_E_FAILED));
+    EXPECT_EQ(eAF_S_OK, CStorageManager_UpdatePathHashTable());
+    EXPECT_THAT(TraceRecorder::lines(), ElementsAre(object("Could not get variable", eAF_E_FAILED)));
     listFaults() = {};
     CStorageManager_Uninitialize();
 }
