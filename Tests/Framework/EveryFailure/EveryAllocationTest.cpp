@@ -22,6 +22,8 @@
 namespace {
 
 using test::Backend;
+using test::isSanitized;
+using test::mostMadeForGood;
 using test::RefusedAllocations;
 using test::Scenario;
 using test::Step;
@@ -39,15 +41,6 @@ constexpr unsigned mostDeviations = 10; ///< More of them tell nothing new.
 constexpr std::uint64_t shortForm = 30;
 #else
 constexpr std::uint64_t shortForm = 190;
-#endif
-
-/// So many tries may keep blocks once: what is lost once in each path would be lost in more of them.
-constexpr unsigned mostMadeForGood = 2;
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool isSanitized = true; // its own count finds what is lost, and its threads take and call what they like
-#else
-constexpr bool isSanitized = false;
 #endif
 
 std::uint32_t run(const Step &step) {

@@ -26,6 +26,8 @@ namespace {
 using test::Backend;
 using test::FailingCall;
 using test::FailingCalls;
+using test::isSanitized;
+using test::mostMadeForGood;
 using test::Scenario;
 using test::Step;
 using test::TraceRecorder;
@@ -47,15 +49,6 @@ bool hasEveryError() {
     return true;
 #endif
 }
-
-/// So many tries may keep blocks once: what is lost once in each path would be lost in more of them.
-constexpr unsigned mostMadeForGood = 2;
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool isSanitized = true; // its own count finds what is lost, and its threads take and call what they like
-#else
-constexpr bool isSanitized = false;
-#endif
 
 constexpr std::uint64_t none = ~std::uint64_t{0};
 

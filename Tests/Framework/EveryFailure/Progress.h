@@ -1,5 +1,6 @@
 /// @file
-/// What a driver is about to make fail: said by a run that crashes or hangs, which can say nothing else any more.
+/// What both drivers share: how far they are, said by a run that crashes or hangs and can say nothing else any more,
+/// how much they try, and what they forgive.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +26,15 @@ public:
 /// From one try to the next of a number of them, so that no more than a short form are made. ZELAF_EVERY_FAILURE tells
 /// another number, or "all".
 std::uint64_t strideOf(std::uint64_t tries, std::uint64_t shortForm);
+
+/// So many tries may keep blocks once: what is lost once in each path would be lost in more of them.
+constexpr unsigned mostMadeForGood = 2;
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool isSanitized = true; // its own count finds what is lost, and its threads take and call what they like
+#else
+constexpr bool isSanitized = false;
+#endif
 
 /// Of this process.
 std::size_t openDescriptors();
