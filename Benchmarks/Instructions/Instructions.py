@@ -3,7 +3,8 @@
 
 Instructions.py show   COUNTS PROGRAM WORK [SERVICE...]   prints the counts
 Instructions.py check  COUNTS PROGRAM WORK [SERVICE...]   fails where one has grown by more than 3 % against COUNTS
-Instructions.py accept COUNTS PROGRAM WORK                makes them the counts that COUNTS keeps
+Instructions.py accept COUNTS PROGRAM WORK                makes them the counts that COUNTS keeps, and writes where
+                                                          they go into the page of speed
 
 PROGRAM is InstructionPaths; WORK is a folder for what callgrind writes; without a SERVICE all are meant.
 
@@ -25,6 +26,10 @@ import shutil
 import subprocess
 import sys
 
+sys.dont_write_bytecode = True
+
+import Parts
+
 SERVICES = ("events", "modules", "lookup", "variables", "sqlite", "file", "broker")
 OWN_OBJECTS = re.compile(r"/lib(ZelApplicationFramework|ZelStorageSqlite|ZelStorageFile|ZelGCL|voxtrace)\.so[.0-9]*$")
 STANDARD_LIBRARY = re.compile(r"/libstdc\+\+\.so[.0-9]*$")
@@ -39,6 +44,8 @@ TRIGGER = re.compile(r"desc: Trigger: Client Request: (?P<operations>\d+) (?P<pa
 LEFT_OUT = {"getpwuid"}
 COLUMNS = ("own", "all", "calls", "blocks")
 TOLERATED_PERCENT = 3
+PAGE = pathlib.Path(__file__).resolve().parents[2] / "Documentation" / "Speed.md"
+COUNTED = re.compile(r"(?P<begin><!-- counted: parts -->\n).*?(?P<end><!-- end -->)", re.DOTALL)
 HOW_TO_ACCEPT = "where the growth is wanted: ./run instructions --accept, and the commit says why"
 HEADER = """\
 # What an operation costs: instructions of the project's own libraries, the same with the C and C++ libraries', calls
@@ -51,12 +58,18 @@ def fail(*words):
     sys.exit("Instructions.py: " + " ".join(words))
 
 
+def is_beside(name):
+    """Whether an object is one of the C and C++ libraries."""
+    return bool(C_LIBRARIES.search(name) or STANDARD_LIBRARY.search(name))
+
+
 class Profile:
     """What each function cost itself in a path's batches, and which calls it made."""
 
     def __init__(self):
         self.operations = 0
         self.of_function = collections.Counter()  # (object, function): instructions
+        self.of_caller = collections.Counter()  # "object:function", with what the C and C++ libraries do for it
         self.calls = collections.Counter()  # (object, called object, called function): number
         self.left_out = 0
 
@@ -70,13 +83,15 @@ class Profile:
             number, _, name = text.partition(" ")
             return names.setdefault((kind, number), name)
 
-        own = function = called_object = called = ""
+        own = function = callee = called_object = called = ""
         is_cost_of_call = False
         for line in lines:
             key, _, value = line.partition("=")
             if line and line[0] in "+-*0123456789":
                 # A cost of nothing is left out.
                 cost = int((line.split() + ["0"])[1])
+                if not is_beside(own) and (not is_cost_of_call or is_beside(callee)):
+                    self.of_caller[f"{own.rpartition('/')[2]}:{function}"] += cost
                 if not is_cost_of_call:
                     self.of_function[own, function] += cost
                 elif called.partition("@")[0] in LEFT_OUT and OWN_OBJECTS.search(own):
@@ -91,14 +106,15 @@ class Profile:
             elif key == "cfn":
                 called = name_of("function", value)
             elif key == "calls":
-                self.calls[own, called_object or own, called] += int(value.split()[0])
+                callee = called_object or own
+                self.calls[own, callee, called] += int(value.split()[0])
                 called_object = ""
                 is_cost_of_call = True
 
     def counts(self):
         instructions = sum(cost for (own, _), cost in self.of_function.items() if OWN_OBJECTS.search(own))
         beside = sum(cost for (own, _), cost in self.of_function.items()
-                     if C_LIBRARIES.search(own) or STANDARD_LIBRARY.search(own))
+                     if is_beside(own))
         beside -= self.left_out
         calls = sum(count for (own, called, _), count in self.calls.items()
                     if OWN_OBJECTS.search(own) and not OWN_OBJECTS.search(called))
@@ -108,7 +124,7 @@ class Profile:
 
     def costliest(self, most):
         costs = [(cost / self.operations, function) for (own, function), cost in self.of_function.items()
-                 if any(objects.search(own) for objects in (OWN_OBJECTS, C_LIBRARIES, STANDARD_LIBRARY))]
+                 if OWN_OBJECTS.search(own) or is_beside(own)]
         return sorted(costs, reverse=True)[:most]
 
 
@@ -209,28 +225,44 @@ def check(counts, program, work, services):
         fail(HOW_TO_ACCEPT)
 
 
-def table(program, work, services):
-    yield "#" + "".join(f"{column:>13}" for column in COLUMNS)[1:] + "  path"
+def profiles_of(program, work, services):
+    """Each path's full name and profile, as its service comes to its end."""
     for service, profiles in run_all(program, work, services):
         for name, profile in profiles.items():
-            yield "".join(f"{number(count):>13}" for count in profile.counts()) + f"  {service}: {name}"
+            yield f"{service}: {name}", profile
+
+
+TABLE_HEAD = "#" + "".join(f"{column:>13}" for column in COLUMNS)[1:] + "  path"
+
+
+def table_line(path, profile):
+    return "".join(f"{number(count):>13}" for count in profile.counts()) + f"  {path}"
 
 
 def show(_, program, work, services):
-    for line in table(program, work, services):
-        print(line, flush=True)
+    print(TABLE_HEAD)
+    for path, profile in profiles_of(program, work, services):
+        print(table_line(path, profile), flush=True)
 
 
 def accept(counts, program, work, services):
     if services != SERVICES:
         fail("accept takes no service: the counts are kept as those of one build")
-    text = HEADER + "\n".join(table(program, work, services)) + "\n"
-    path = pathlib.Path(counts)
+    profiles = dict(profiles_of(program, work, services))
+    lines = [TABLE_HEAD] + [table_line(path, profile) for path, profile in profiles.items()]
+    replace(pathlib.Path(counts), HEADER + "\n".join(lines) + "\n")
+    page = PAGE.read_text(encoding="utf-8")
+    if not COUNTED.search(page):
+        fail(f"{PAGE} has no place for the parts: a line <!-- counted: parts --> and a line <!-- end --> behind it")
+    replace(PAGE, COUNTED.sub(lambda place: f"{place['begin']}\n{Parts.table(profiles)}\n{place['end']}", page))
+
+
+def replace(path, text):
     before = path.read_text(encoding="utf-8") if path.exists() else ""
     path.parent.mkdir(exist_ok=True)
     path.write_text(text, encoding="utf-8")
     changed = sum(line not in before.splitlines() for line in text.splitlines())
-    print(f"{counts}: {changed} lines changed")
+    print(f"{path}: {changed} lines changed")
 
 
 def main():

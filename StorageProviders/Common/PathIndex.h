@@ -37,16 +37,17 @@ public:
     /// @return the path's place, or none.
     template <class PathAt>
     std::size_t find(std::string_view path, PathAt pathAt) const {
-        return m_slots.empty() ? none : placeIn(m_slots[slotOf(path, pathAt)]);
+        return m_slots.empty() ? none : placeIn(m_slots[slotOf(path, hashOf(path), pathAt)]);
     }
 
     /// @return the place of an equal path that was there before; none when there was not, and the path has this one.
     template <class PathAt>
     std::size_t add(std::string_view path, std::size_t place, PathAt pathAt) {
         reserve(1);
-        Slot &slot = m_slots[slotOf(path, pathAt)];
+        const std::uint32_t hash = hashOf(path);
+        Slot &slot = m_slots[slotOf(path, hash, pathAt)];
         if (slot.number == 0) {
-            slot = {hashOf(path), static_cast<std::uint32_t>(place) + 1};
+            slot = {hash, static_cast<std::uint32_t>(place) + 1};
             ++m_size;
             return none;
         }
@@ -56,8 +57,8 @@ public:
     /// Notes, beforehand, that two paths which are there change places.
     template <class PathAt>
     void swap(std::string_view one, std::string_view other, PathAt pathAt) {
-        const std::size_t slotOfOther = slotOf(other, pathAt);
-        std::swap(m_slots[slotOf(one, pathAt)].number, m_slots[slotOfOther].number);
+        const std::size_t slotOfOther = slotOf(other, hashOf(other), pathAt);
+        std::swap(m_slots[slotOf(one, hashOf(one), pathAt)].number, m_slots[slotOfOther].number);
     }
 
 private:
@@ -75,8 +76,7 @@ private:
 
     /// @return the slot of the path, or the free one where it belongs.
     template <class PathAt>
-    std::size_t slotOf(std::string_view path, PathAt pathAt) const {
-        const std::uint32_t hash = hashOf(path);
+    std::size_t slotOf(std::string_view path, std::uint32_t hash, PathAt pathAt) const {
         const std::size_t mask = m_slots.size() - 1;
         std::size_t at = hash & mask;
         while (m_slots[at].number != 0 &&

@@ -21,12 +21,13 @@ using Purpose = SqliteFile::Purpose;
 /// The columns of SELECT id,path,type,count,value.
 class SqliteStore::Row {
 public:
-    explicit Row(const Statement &statement) : m_statement(statement), m_path(statement.bytes(1)) {}
+    explicit Row(const Statement &statement)
+        : m_statement(statement), m_pathType(statement.columnType(1)), m_path(statement.bytes(1, m_pathType)) {}
 
     std::int64_t id() const { return m_statement.integer(0); }
     std::string_view path() const { return m_path; }
     /// A path in the other form is never matched by what a store writes.
-    bool isPathAsWritten() const { return isUtf8(m_path) == (m_statement.columnType(1) == SQLITE_TEXT); }
+    bool isPathAsWritten() const { return isUtf8(m_path) == (m_pathType == SQLITE_TEXT); }
     std::string_view type() const { return m_statement.bytes(2); }
     std::int64_t count() const { return m_statement.integer(3); }
     bool isCountInteger() const { return m_statement.columnType(3) == SQLITE_INTEGER; }
@@ -34,6 +35,7 @@ public:
 
 private:
     const Statement &m_statement;
+    int m_pathType;
     std::string_view m_path;
 };
 
@@ -95,8 +97,10 @@ int SqliteStore::readRows(ValueSink &values, Report &report) {
 
 /// @param value  receives all but the path. @return whether it fits.
 bool SqliteStore::readRow(const Row &row, StoredValue &value, Report &report) const {
-    if (!typeOfName(row.type(), value.type)) {
-        reportMisfit(row, "is of type '" + std::string(row.type().substr(0, 40)) + "', which no store keeps", report);
+    const std::string_view type = row.type();
+    // Mostly the type of the row before.
+    if (type != typeName(value.type) && !typeOfName(type, value.type)) {
+        reportMisfit(row, "is of type '" + std::string(type.substr(0, 40)) + "', which no store keeps", report);
         return false;
     }
     const std::int64_t count = row.count();

@@ -82,9 +82,13 @@ double Statement::real(int column) const {
 }
 
 std::string_view Statement::bytes(int column) const {
+    return bytes(column, columnType(column));
+}
+
+std::string_view Statement::bytes(int column, int type) const {
     // A text as a blob would come in the database's own encoding.
-    const bool isText = sqlite3_column_type(m_statement, column) == SQLITE_TEXT;
-    const void *data = isText ? sqlite3_column_text(m_statement, column) : sqlite3_column_blob(m_statement, column);
+    const void *data =
+        type == SQLITE_TEXT ? sqlite3_column_text(m_statement, column) : sqlite3_column_blob(m_statement, column);
     const int size = sqlite3_column_bytes(m_statement, column);
     if (data == nullptr && size > 0) {
         throw std::bad_alloc{};

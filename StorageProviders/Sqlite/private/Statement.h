@@ -38,6 +38,8 @@ public:
     double real(int column) const;
     /// The bytes of a text, in UTF-8, or of a blob, valid until the next step. Throws std::bad_alloc.
     std::string_view bytes(int column) const;
+    /// @param type  the column's, where the caller has asked for it already.
+    std::string_view bytes(int column, int type) const;
 
 private:
     void keep(int result);

@@ -60,15 +60,17 @@ template <class Number>
 bool numberOf(const Statement &statement, int column, void *place) {
     const int type = statement.columnType(column);
     if (type == SQLITE_TEXT) {
-        return parseNumber<Number>(statement.bytes(column), place);
+        return parseNumber<Number>(statement.bytes(column, type), place);
     }
     const auto put = [place](Number number) { std::memcpy(place, &number, sizeof(number)); };
     if constexpr (std::is_integral_v<Number>) {
-        put(static_cast<Number>(statement.integer(column)));
-        return type == SQLITE_INTEGER && holds<Number>(statement.integer(column));
+        const std::int64_t integer = statement.integer(column);
+        put(static_cast<Number>(integer));
+        return type == SQLITE_INTEGER && holds<Number>(integer);
     } else {
-        put(static_cast<Number>(statement.real(column)));
-        return (type == SQLITE_INTEGER || type == SQLITE_FLOAT) && holds<Number>(statement.real(column));
+        const double real = statement.real(column);
+        put(static_cast<Number>(real));
+        return (type == SQLITE_INTEGER || type == SQLITE_FLOAT) && holds<Number>(real);
     }
 }
 
@@ -99,7 +101,7 @@ bool readString(const Statement &statement, int column, StoredValue &value, std:
         misfit = shown(statement, column);
         return false;
     }
-    const std::string_view bytes = statement.bytes(column);
+    const std::string_view bytes = statement.bytes(column, type);
     const std::size_t room = value.content.size();
     if (type == SQLITE_TEXT ? bytes.size() > room : bytes.size() != room) {
         misfit = (type == SQLITE_TEXT ? "a text of " : "a blob of ") + std::to_string(bytes.size()) + " bytes";
@@ -154,11 +156,12 @@ bool readValue(const Statement &statement, int column, StoredValue &value, std::
     if (!isArray(value.type)) {
         return readNumber(statement, column, value, misfit);
     }
-    if (statement.columnType(column) != SQLITE_TEXT) {
+    const int type = statement.columnType(column);
+    if (type != SQLITE_TEXT) {
         misfit = shown(statement, column);
         return false;
     }
-    return parseArray(statement.bytes(column), value, misfit);
+    return parseArray(statement.bytes(column, type), value, misfit);
 }
 
 } // namespace storage
