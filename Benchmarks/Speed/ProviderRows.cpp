@@ -1,48 +1,25 @@
 // Storing and retrieving a location's variables, by the library's providers, their limits and what a user would take.
-#include <unistd.h>
-
 #include <array>
-#include <cstdlib>
-#include <filesystem>
 #include <map>
+#include <memory>
 #include <stdexcept>
 
 #include "Comparison.h"
 #include "ProviderFlushes.h"
 #include "ProviderKeepers.h"
 #include "StorageRows.h"
+#include "StoreFolder.h"
 
 namespace speed {
 
 namespace {
-
-/// Beside the program, in the build's folder: one for temporary files may lie in memory, where a flush is nothing.
-class Folder {
-public:
-    Folder() : m_path(std::filesystem::read_symlink("/proc/self/exe").parent_path() / "speed-stores-XXXXXX") {
-        if (mkdtemp(m_path.data()) == nullptr) {
-            throw std::runtime_error("no folder could be made as " + m_path + ": make the one above it writable");
-        }
-    }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    Folder(const Folder &) = delete;
-    Folder &operator=(const Folder &) = delete;
-
-    const std::string &path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 /// A column with its own values, so that what another one changes is no change to it.
 struct Kept {
     explicit Kept(std::size_t count) : values(count) {}
 
     Values values;
-    Folder folder;
+    StoreFolder folder;
     std::unique_ptr<Keeper> keeper;
 };
 
@@ -205,6 +182,10 @@ void addRows(const std::string &provider, const std::vector<Candidate> &columns,
 }
 
 } // namespace
+
+void endProviders() {
+    theStand = {};
+}
 
 void addProviderRows() {
     for (const std::uint32_t size : {100U, 1'000U, 10'000U}) {

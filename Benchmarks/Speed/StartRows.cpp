@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,9 @@
 #include "Comparison.h"
 #include "Configuration.h"
 #include "EventService.h"
+#include "ProviderKeepers.h"
+#include "StorageRows.h"
+#include "StoreFolder.h"
 
 using namespace speed;
 
@@ -96,9 +101,26 @@ void closeListeners() {
     }
 }
 
+/// What a host keeps from one start to the next.
+struct Kept {
+    explicit Kept(std::size_t count) : values(count) { makeKeeper()->store(); }
+    std::unique_ptr<Keeper> makeKeeper() { return makeSqliteProvider(values, folder.path()); }
+
+    Values values;
+    StoreFolder folder;
+};
+
 /// From the first call of a host to the last, with nothing of the host's own in between.
-Body startToStop(std::uint32_t copies) {
-    return [copies](benchmark::State &state) {
+/// @param valuesOfModule  0: the host has no storage. With one it retrieves before it starts, and when it stops it
+///                        stores what has changed, which is how often it was started.
+Body startToStop(std::uint32_t copies, std::size_t valuesOfModule) {
+    return [copies, valuesOfModule](benchmark::State &state) {
+        endLookUps();
+        endProviders();
+        std::optional<Kept> kept;
+        if (valuesOfModule != 0) {
+            kept.emplace(valuesOfModule * copies * radio::moduleTable().size());
+        }
         CModuleManager_UnInitialize();
         require("server port", CApplicationFramework_SetServerPort(static_cast<std::int32_t>(getpid() % 0x10000)));
         const std::size_t threads = threadCount();
@@ -114,11 +136,21 @@ Body startToStop(std::uint32_t copies) {
             require("application", CApplicationFramework_RegisterApplication(&application));
             registerModules(copies);
             addListeners();
+            std::unique_ptr<Keeper> keeper;
+            if (kept.has_value()) {
+                keeper = kept->makeKeeper();
+                keeper->retrieve();
+            }
             require("start", CApplicationFramework_Start());
             const steady_clock::time_point started = steady_clock::now();
             heap = heapInUse() - heapBefore;
             const steady_clock::time_point looked = steady_clock::now();
+            if (keeper != nullptr) {
+                kept->values.changeOne();
+                keeper->store();
+            }
             require("stop", CApplicationFramework_Stop());
+            keeper.reset();
             require("end of the framework", CApplicationFramework_UnInitialize());
             require("end of the module manager", CModuleManager_UnInitialize());
             const steady_clock::time_point end = steady_clock::now();
@@ -159,11 +191,15 @@ Body initializeEvents(std::uint32_t noOfEvents, std::uint32_t noOfListeners, boo
 
 void speed::addStartRows() {
     const auto modules = static_cast<std::uint32_t>(radio::moduleTable().size());
-    for (const std::uint32_t copies : {1U, 10U, 100U}) {
-        Work work{"start", "the example's host without its storage, from its first call of the framework to its last"};
-        work.size = std::uint64_t{copies} * modules;
-        work.sizeUnit = "modules";
-        compare(work, Role::library, "library", startToStop(copies), Clock::manual);
+    for (const std::size_t valuesOfModule : {0U, 3U}) {
+        for (const std::uint32_t copies : {1U, 10U, 100U}) {
+            Work work{"start", std::string("the example's host, ") +
+                                   (valuesOfModule == 0 ? "without storage" : "three variables a module in SQLite") +
+                                   ", from its first call to its last"};
+            work.size = std::uint64_t{copies} * modules;
+            work.sizeUnit = "modules";
+            compare(work, Role::library, "library", startToStop(copies, valuesOfModule), Clock::manual);
+        }
     }
     constexpr std::uint32_t listenersToBe = 100;
     for (const bool alsoRegisters : {false, true}) {
