@@ -10,7 +10,7 @@ PROGRAM is InstructionPaths; WORK is a folder for what callgrind writes; without
 
 Counted are
   own     the instructions in the project's own shared objects
-  all     these and what the C and C++ libraries spend meanwhile
+  all     these and what the C and C++ libraries and zlib spend meanwhile
   calls   the calls that leave the project's own
   blocks  the blocks that they take from the heap
 The C library chooses its copies of memcpy and strlen by the processor: it is told to see one without extensions. The
@@ -33,6 +33,8 @@ import Parts
 SERVICES = ("events", "modules", "lookup", "variables", "sqlite", "file", "broker")
 OWN_OBJECTS = re.compile(r"/lib(ZelApplicationFramework|ZelStorageSqlite|ZelStorageFile|ZelGCL|voxtrace)\.so[.0-9]*$")
 STANDARD_LIBRARY = re.compile(r"/libstdc\+\+\.so[.0-9]*$")
+# The checksums of stores.
+ZLIB = re.compile(r"/libz\.so[.0-9]*$")
 # Neither SQLite, which has its own releases, nor the program that calls.
 C_LIBRARIES = re.compile(r"/(libc|libm|libgcc_s|ld-linux-x86-64)\.so[.0-9]*$")
 PLAIN_PROCESSOR = "glibc.cpu.hwcaps=" + ",".join("-" + name for name in (
@@ -48,8 +50,8 @@ PAGE = pathlib.Path(__file__).resolve().parents[2] / "Documentation" / "Speed.md
 COUNTED = re.compile(r"(?P<begin><!-- counted: parts -->\n).*?(?P<end><!-- end -->)", re.DOTALL)
 HOW_TO_ACCEPT = "where the growth is wanted: ./run instructions --accept, and the commit says why"
 HEADER = """\
-# What an operation costs: instructions of the project's own libraries, the same with the C and C++ libraries', calls
-# that leave the project's own, blocks of heap.
+# What an operation costs: instructions of the project's own libraries, the same with the C and C++ libraries' and
+# zlib's, calls that leave the project's own, blocks of heap.
 # Written by ./run instructions --accept, held by ./run test; CONTRIBUTING.md tells more.
 """
 
@@ -114,7 +116,7 @@ class Profile:
     def counts(self):
         instructions = sum(cost for (own, _), cost in self.of_function.items() if OWN_OBJECTS.search(own))
         beside = sum(cost for (own, _), cost in self.of_function.items()
-                     if is_beside(own))
+                     if is_beside(own) or ZLIB.search(own))
         beside -= self.left_out
         calls = sum(count for (own, called, _), count in self.calls.items()
                     if OWN_OBJECTS.search(own) and not OWN_OBJECTS.search(called))

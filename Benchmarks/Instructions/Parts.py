@@ -5,7 +5,7 @@ import re
 
 # Each part: what it is, and which functions "object:name" do it. A function belongs to the first that names it, and so
 # does what the C and C++ libraries do for it.
-WALK = ("the walks over the variables, with their paths", r"libZelApplicationFramework.*:|libZelGCL.*:|visitVariable<")
+WALK = ("the walks over the variables, with their paths, and the calls of the library that they take", r"libZelApplicationFramework.*:|libZelGCL.*:|visitVariable<")
 LOCK = ("locking each variable", r":CVariable_(Un)?Lock\b")
 TRACE = ("asking whether to trace", r"libvoxtrace.*:|TraceHandler")
 MEET = ("meeting each variable in what is known of the store, and comparing or filling it",
@@ -32,7 +32,7 @@ EVENTS = [
     ("the cache", r"CEventCache|findKey"),
     ("putting the message together, and the call of the system", r"af::(send|receive)Message"),
     ("finding the listener", r"findListener"),
-    ("checking arguments and state, and tracing", r"libZelApplicationFramework|libvoxtrace"),
+    ("the calls themselves, and the way through the listeners", r"libZelApplicationFramework|libvoxtrace"),
 ]
 # The program that calls belongs to none of them.
 LEFT_OUT = re.compile(r"^InstructionPaths:")

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -102,17 +103,16 @@ ssize_t pwrite64(int descriptor, const void *bytes, std::size_t length, off64_t 
 
 speed::DiskWork speed::diskWork() {
     DiskWork work{flushes, 0};
-    std::FILE *file = std::fopen("/proc/thread-self/io", "re");
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen("/proc/thread-self/io", "re"), std::fclose);
     if (file == nullptr) {
         throw std::runtime_error("/proc/thread-self/io can not be read: the kernel was built without it");
     }
     std::array<char, 80> line{};
-    while (std::fgets(line.data(), static_cast<int>(line.size()), file) != nullptr) {
+    while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
         const std::string text = line.data();
         if (text.rfind("wchar: ", 0) == 0) {
             work.bytes = std::stoull(text.substr(7));
         }
     }
-    std::fclose(file);
     return work;
 }

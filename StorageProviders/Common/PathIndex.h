@@ -2,6 +2,7 @@
 /// Finds paths that stand elsewhere.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -17,8 +18,9 @@ class PathIndex {
 public:
     static constexpr std::size_t none = SIZE_MAX;
 
+    /// Keeps its room: what is filled anew mostly holds as many.
     void clear() {
-        m_slots.clear();
+        std::fill(m_slots.begin(), m_slots.end(), Slot{});
         m_size = 0;
     }
 

@@ -214,18 +214,19 @@ int SqliteStore::readRowIds() {
 Failure SqliteStore::storeRows(const ValueViews &values) {
     Statement update(m_file->database(), updateRowSql);
     std::optional<Statement> insert; // most stores need none, and it takes as long to prepare as some rows to store
+    std::string text;                // its memory serves array after array
     int code = update.failure();
     for (auto value = values.begin(); code == SQLITE_OK && value != values.end(); ++value) {
         bool isUpdated = false;
         const std::int64_t *const id = m_rows.find(value->path);
         if (id != nullptr) {
-            code = updateRow(update, *id, *value, isUpdated);
+            code = updateRow(update, *id, *value, text, isUpdated);
         }
         if (code == SQLITE_OK && !isUpdated) {
             if (!insert.has_value()) {
                 insert.emplace(m_file->database(), insertRowSql);
             }
-            code = insertRow(*insert, *value);
+            code = insertRow(*insert, *value, text);
         }
     }
     // While the statements are there: without them the connection forgets what they met.
@@ -240,8 +241,8 @@ void SqliteStore::bindRow(Statement &statement, const ValueView &value, std::str
     bindValue(statement, 5, value, text);
 }
 
-int SqliteStore::updateRow(Statement &update, std::int64_t id, const ValueView &value, bool &isUpdated) const {
-    std::string text;
+int SqliteStore::updateRow(Statement &update, std::int64_t id, const ValueView &value, std::string &text,
+                           bool &isUpdated) const {
     bindRow(update, value, text);
     update.bindInteger(6, id);
     const int code = update.run();
@@ -249,8 +250,7 @@ int SqliteStore::updateRow(Statement &update, std::int64_t id, const ValueView &
     return code;
 }
 
-int SqliteStore::insertRow(Statement &insert, const ValueView &value) {
-    std::string text;
+int SqliteStore::insertRow(Statement &insert, const ValueView &value, std::string &text) {
     bindRow(insert, value, text);
     const int code = insert.step();
     if (code != SQLITE_ROW) {

@@ -48,8 +48,8 @@ private:
     Failure store(const ValueViews &values);
     Failure storeRows(const ValueViews &values);
     void bindRow(Statement &statement, const ValueView &value, std::string &text) const;
-    int updateRow(Statement &update, std::int64_t id, const ValueView &value, bool &isUpdated) const;
-    int insertRow(Statement &insert, const ValueView &value);
+    int updateRow(Statement &update, std::int64_t id, const ValueView &value, std::string &text, bool &isUpdated) const;
+    int insertRow(Statement &insert, const ValueView &value, std::string &text);
 
     std::string m_name;
     std::int64_t m_locationId;
