@@ -98,10 +98,6 @@ bool isEmulated() {
 #endif
 }
 
-std::size_t threadCount() {
-    return entriesOf("/proc/self/task");
-}
-
 std::size_t descriptorCount() {
     return entriesOf("/proc/self/fd");
 }

@@ -14,6 +14,7 @@
 #include "CEventHandler.h"
 #include "CEventTask.h"
 #include "EventQueues.h"
+#include "ThreadCount.h"
 #include "TraceRecorder.h"
 
 namespace test {
@@ -29,9 +30,6 @@ std::string errorText(int error);
 
 /// Whether an emulator runs this program, on another machine's kernel.
 bool isEmulated();
-
-/// Threads of this process.
-std::size_t threadCount();
 
 /// Open descriptors of this process.
 std::size_t descriptorCount();

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +20,7 @@
 #include "FailingCalls.h"
 #include "Progress.h"
 #include "SqliteStore.h"
+#include "ThreadCount.h"
 #include "TraceRecorder.h"
 #include "WorkerReceives.h"
 
@@ -36,10 +36,6 @@ std::size_t callNamed(const std::string &name) {
     const auto &calls = test::failingCalls();
     return static_cast<std::size_t>(
         std::find_if(calls.begin(), calls.end(), [&](const auto &each) { return name == each.name; }) - calls.begin());
-}
-
-std::ptrdiff_t threadsOfThisProcess() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
 }
 
 class KeptReport : public storage::Report {
@@ -119,7 +115,7 @@ TEST_F(FoundByFailures, AnSqliteStoreThatCouldNotBeOpenedForWritingOnce_TakesThe
 
 /// A thread that is not detached keeps its stack for ever: nobody joins it.
 TEST_F(FoundByFailures, AThreadThatCanNotBeDetached_IsNotMade) {
-    const auto threads = threadsOfThisProcess();
+    const auto threads = test::threadCount();
     CEventTask task{};
     ITask *operations = nullptr;
     ASSERT_EQ(eAF_S_OK, CEventTask_GetInterface(&task, &operations));
@@ -134,7 +130,7 @@ TEST_F(FoundByFailures, AThreadThatCanNotBeDetached_IsNotMade) {
         test::TraceRecorder::failures(),
         testing::ElementsAre(test::Line{"CEventTask_Create", "EventTask (T): Could not create thread", 0x8000}));
     operations->Destroy(operations);
-    EXPECT_EQ(threads, threadsOfThisProcess());
+    EXPECT_EQ(threads, test::threadCount());
 }
 
 /// Host threads that a full queue blocks when its task is destroyed are let go by the leaving worker, which reads until
@@ -168,7 +164,7 @@ protected:
     /// Blocks a sender, destroys the task while one of the calls of its worker is to fail, and waits for the sender.
     /// @param isTaken  whether the worker can take a message of this queue when it waits for one.
     void destroyWhile(const char *call, int error, bool isTaken) {
-        const auto threads = threadsOfThisProcess();
+        const auto threads = test::threadCount();
         CEventTask task{};
         ITask *operations = nullptr;
         ASSERT_EQ(eAF_S_OK, CEventTask_GetInterface(&task, &operations));
@@ -204,7 +200,7 @@ protected:
             std::_Exit(1); // nobody can let it go
         }
         sender.join();
-        EXPECT_TRUE(test::eventually([=] { return threadsOfThisProcess() == threads; })) << "the worker stays";
+        EXPECT_TRUE(test::eventually([=] { return test::threadCount() == threads; })) << "the worker stays";
     }
 };
 

@@ -20,6 +20,7 @@
 #include "FileStore.h"
 #include "ScenarioParts.h"
 #include "SqliteStore.h"
+#include "ThreadCount.h"
 
 namespace test {
 namespace {
@@ -89,12 +90,7 @@ EAFResult closeMemory() {
 constexpr std::size_t taskNameSize = sizeof CEventTask::queueName - 1;
 
 /// A queue keeps its name where the user's could not be looked up.
-std::ptrdiff_t noOfThreads() {
-    const fs::directory_iterator threads("/proc/self/task");
-    return std::distance(fs::begin(threads), fs::end(threads));
-}
-
-const std::ptrdiff_t threadsAtBegin = noOfThreads(); // an emulator has some of its own
+const std::size_t threadsAtBegin = threadCount(); // an emulator has some of its own
 
 std::vector<std::string> possibleNames(const std::string &suffix) {
     return {queueName(suffix), "/UNKNOWN_" + std::to_string(CApplicationFramework_GetServerPort()) + "_" + suffix};
@@ -453,7 +449,7 @@ bool soon(const std::function<bool()> &condition) {
 }
 
 bool workersAre(std::ptrdiff_t number) {
-    return soon([=] { return noOfThreads() == threadsAtBegin + number; });
+    return soon([=] { return threadCount() == threadsAtBegin + static_cast<std::size_t>(number); });
 }
 
 } // namespace test
