@@ -143,12 +143,16 @@ private:
         }
     };
 
-    /// A name has mostly the type that it has in every firmware.
+    /// A name has mostly the type that it has in every firmware; else another, or one of as many bytes.
     void add(FuzzInput &input, const std::string &name, std::uint32_t number) {
-        const auto type = static_cast<EVariableType>(input.oneIn(8) ? input.below(noOfTypes) : number * 7 % noOfTypes);
+        auto type = static_cast<EVariableType>(input.oneIn(8) ? input.below(noOfTypes) : number * 7 % noOfTypes);
         const bool isCounted = storage::isArray(type) || type == TYPE_STRING;
-        const std::uint32_t noOfElements = isCounted ? input.oneIn(8) ? input.below(20) : 3 : 1;
+        std::uint32_t noOfElements = isCounted ? input.oneIn(8) ? input.below(20) : 3 : 1;
         const auto size = static_cast<std::size_t>(storage::contentSize(type, noOfElements));
+        if (input.oneIn(3)) {
+            type = TYPE_UINT8_ARRAY;
+            noOfElements = static_cast<std::uint32_t>(size);
+        }
         m_variables.push_back({"R/O/" + name, type, noOfElements, contentFrom(input, std::max<std::size_t>(size, 1)),
                                contentFrom(input, std::max<std::size_t>(size, 1)), size, nullptr});
         Variable &variable = m_variables.back();
