@@ -65,6 +65,11 @@ def is_beside(name):
     return bool(C_LIBRARIES.search(name) or STANDARD_LIBRARY.search(name))
 
 
+def is_counted(name):
+    """Whether what an object executes counts at all."""
+    return bool(OWN_OBJECTS.search(name) or is_beside(name) or ZLIB.search(name))
+
+
 class Profile:
     """What each function cost itself in a path's batches, and which calls it made."""
 
@@ -115,18 +120,16 @@ class Profile:
 
     def counts(self):
         instructions = sum(cost for (own, _), cost in self.of_function.items() if OWN_OBJECTS.search(own))
-        beside = sum(cost for (own, _), cost in self.of_function.items()
-                     if is_beside(own) or ZLIB.search(own))
-        beside -= self.left_out
+        counted = sum(cost for (own, _), cost in self.of_function.items() if is_counted(own)) - self.left_out
         calls = sum(count for (own, called, _), count in self.calls.items()
                     if OWN_OBJECTS.search(own) and not OWN_OBJECTS.search(called))
         blocks = sum(count for (own, _, function), count in self.calls.items()
                      if function in ALLOCATIONS and (OWN_OBJECTS.search(own) or STANDARD_LIBRARY.search(own)))
-        return tuple(round(count / self.operations, 2) for count in (instructions, instructions + beside, calls, blocks))
+        return tuple(round(count / self.operations, 2) for count in (instructions, counted, calls, blocks))
 
     def costliest(self, most):
         costs = [(cost / self.operations, function) for (own, function), cost in self.of_function.items()
-                 if OWN_OBJECTS.search(own) or is_beside(own)]
+                 if is_counted(own)]
         return sorted(costs, reverse=True)[:most]
 
 

@@ -5,7 +5,8 @@ import re
 
 # Each part: what it is, and which functions "object:name" do it. A function belongs to the first that names it, and so
 # does what the C and C++ libraries do for it.
-WALK = ("the walks over the variables, with their paths, and the calls of the library that they take", r"libZelApplicationFramework.*:|libZelGCL.*:|visitVariable<")
+WALK = ("the walks over the variables, with their paths, and the calls of the library that they take",
+        r"libZelApplicationFramework.*:|libZelGCL.*:|visitVariable<")
 LOCK = ("locking each variable", r":CVariable_(Un)?Lock\b")
 TRACE = ("asking whether to trace", r"libvoxtrace.*:|TraceHandler")
 MEET = ("meeting each variable in what is known of the store, and comparing or filling it",

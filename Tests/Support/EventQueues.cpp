@@ -81,7 +81,7 @@ long test::messagesIn(const std::string &name) {
 
 bool test::eventually(const std::function<bool()> &condition) {
     constexpr int milliseconds = 60'000;
-    // Slept, and not passed: a process that was stopped meanwhile has not had that time.
+    // Counted by what it slept, not by the clock: a process that was stopped meanwhile has not had that time.
     for (int slept = 0; slept < milliseconds; ++slept) {
         if (condition()) {
             return true;

@@ -89,9 +89,9 @@ EAFResult closeMemory() {
 /// As much of its queue's name as a task keeps.
 constexpr std::size_t taskNameSize = sizeof CEventTask::queueName - 1;
 
-/// A queue keeps its name where the user's could not be looked up.
 const std::size_t threadsAtBegin = threadCount(); // an emulator has some of its own
 
+/// A queue keeps its name where the user's could not be looked up.
 std::vector<std::string> possibleNames(const std::string &suffix) {
     return {queueName(suffix), "/UNKNOWN_" + std::to_string(CApplicationFramework_GetServerPort()) + "_" + suffix};
 }
@@ -448,8 +448,8 @@ bool soon(const std::function<bool()> &condition) {
     return eventually(condition);
 }
 
-bool workersAre(std::ptrdiff_t number) {
-    return soon([=] { return threadCount() == threadsAtBegin + static_cast<std::size_t>(number); });
+bool workersAre(std::size_t number) {
+    return soon([=] { return threadCount() == threadsAtBegin + number; });
 }
 
 } // namespace test

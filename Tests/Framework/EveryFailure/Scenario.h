@@ -161,6 +161,6 @@ bool soon(const std::function<bool()> &condition);
 
 /// Waits until there are so many worker threads.
 /// @return whether it came to that.
-bool workersAre(std::ptrdiff_t number);
+bool workersAre(std::size_t number);
 
 } // namespace test
