@@ -6,7 +6,8 @@ CheckFindings.py TOOL EXPLAINED [ROOT] < findings
 A finding is a line "FILE:LINE:COLUMN: SEVERITY: MESSAGE [ID]", the last bracket being the check's name. A line of EXPLAINED is
 "TOOL | ID | FILE | SOURCE LINE | WHY"; it goes by the source line's text, so that it stays when lines move. A source
 line that only closes something is "} of" the line that began it. An entry is of one place: an ID "NAME x2" is of two
-that read alike. A finding that no line explains fails, and so does a line that explains nothing any more.
+that read alike. A finding that no line explains fails, and so does a line that explains nothing any more, and what is
+said of a place and does not read like a finding.
 """
 
 import os
@@ -14,7 +15,9 @@ import re
 import sys
 
 FINDING = re.compile(r"^(?P<file>[^:\n]+):(?P<line>\d+):(?:\d+:)? (?:warning|error|style|performance|portability): "
-                     r"(?P<message>.*) \[(?:-W)?(?P<id>[A-Za-z-]+)\]$")
+                     r"(?P<message>.*) \[(?:-W)?(?P<id>[\w=+-]+)\]$")
+# Whatever a tool says of a place, but for what it adds to a finding: to be a finding, or nothing is told of it.
+REMARK = re.compile(r"^[^:\n]+:\d+:(?:\d+:)? (?!note: )\w[\w ]*: ")
 
 
 def source_line(lines, number):
@@ -44,18 +47,20 @@ def lines_of(root, file):
 
 
 def read_findings(text, root):
-    """@return what was found, by check, file and how the line reads: of each line of the file what is said of it."""
-    findings, sources = {}, {}
+    """@return what was found, by check, file and how the line reads: of each line of the file what is said of it; and
+    the lines that say something else of a place."""
+    findings, sources, unread = {}, {}, []
     for line in text.splitlines():
         match = FINDING.match(line)
         if match is None:
+            unread += [line] if REMARK.match(line) else []
             continue
         file, number = os.path.relpath(match["file"], root), int(match["line"])
         lines = sources.setdefault(file, lines_of(root, file))
         key = (match["id"], file, source_line(lines, number))
         findings.setdefault(key, {}).setdefault(
             number, f"{file}:{number}: {match['message'][:300]} [{match['id']}]")
-    return findings
+    return findings, unread
 
 
 def read_explained(path, tool):
@@ -77,9 +82,9 @@ def read_explained(path, tool):
 def main():
     tool, path = sys.argv[1:3]
     root = sys.argv[3] if len(sys.argv) > 3 else "."
-    findings = read_findings(sys.stdin.read(), root)
+    findings, unread = read_findings(sys.stdin.read(), root)
     explained = read_explained(path, tool)
-    complaints = []
+    complaints = [f"not understood: {line}" for line in unread]
     for key, places in sorted(findings.items()):
         known = explained.get(key, 0)
         if len(places) > known:

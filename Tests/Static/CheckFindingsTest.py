@@ -30,10 +30,10 @@ class TheCheck(unittest.TestCase):
         self.folder = Path(folder.name)
         (self.folder / "f.cpp").write_text(SOURCE)
 
-    def checked(self, findings, *explained):
-        """@param findings  lines of f.cpp. @return the exit code and what is said."""
+    def checked(self, findings, *explained, said="warning: no [CWE-1] [-Wanalyzer-x]"):
+        """@param findings  lines of f.cpp, of each of which the same is said. @return the exit code and what comes out."""
         (self.folder / "Explained.txt").write_text("# head\n" + "".join(f"{line}\n" for line in explained))
-        text = "".join(f"{self.folder}/f.cpp:{line}:1: warning: no [CWE-1] [-Wanalyzer-x]\n" for line in findings)
+        text = "".join(f"{self.folder}/f.cpp:{line}:1: {said}\n" for line in findings)
         done = subprocess.run([sys.executable, str(PROGRAM), "analyzer", str(self.folder / "Explained.txt"), str(self.folder)],
                               input=text, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         return done.returncode, done.stdout
@@ -72,6 +72,19 @@ class TheCheck(unittest.TestCase):
         code, said = self.checked([5], both)
         self.assertEqual(1, code)
         self.assertIn("at 1 places, not 2, at: i(a);", said)
+
+    def test_aCheckOfAnyName_isAFinding(self):
+        for name in ("invalidPrintfArgType_sint", "iterators1", "va_end_missing", "c++17", "-Wstringop-overflow=", "-Wformat=2"):
+            code, said = self.checked([3], said=f"warning: no [{name}]")
+            self.assertEqual(1, code, name)
+            self.assertIn(f"f.cpp:3: no [{name.removeprefix('-W')}]\n", said)
+
+    def test_aRemarkThatIsNoFinding_fails(self):
+        for remark in ("warning: no", "fatal error: no", "information: no [x]", "warning: no [a b]"):
+            code, said = self.checked([3], said=remark)
+            self.assertEqual(1, code, remark)
+            self.assertIn(f"not understood: {self.folder}/f.cpp:3:1: {remark}\n", said)
+        self.assertEqual(0, self.checked([3], said="note: no")[0])
 
     def test_aListThatIsNoList_isRefused(self):
         code, said = self.checked([], "analyzer | analyzer-x | f.cpp | why")
