@@ -143,6 +143,14 @@ class OfAWholeSource(unittest.TestCase):
             if "#line" not in mistake.text:
                 self.assertEqual(self.source.count("\n"), text.count("\n"), mistake)
 
+    def test_thoseThatReadAlike_areToldApart(self):
+        source = "int f(int a) {\n    if (a > 0) {\n        return eAF_E_FAILED;\n    }\n    g();\n    return eAF_E_FAILED;\n}\n"
+        alike = [entry for entry in mutate.order_of("f.cpp", source, 1) if entry.kind == "return"]
+        self.assertEqual([(3, 1), (6, 2)], sorted((entry.line, entry.nth) for entry in alike))
+        self.assertEqual(2, len({entry.key for entry in alike}))
+        every = [entry.key for entry in mutate.choose(mutate.sources(mutate.LIBRARY + mutate.PROVIDERS, "."), 1)]
+        self.assertEqual(len(every), len(set(every)))
+
     def test_theSameSeedChoosesTheSame(self):
         files = ["Framework/ApplicationFramework/private/CEventHandler.cpp"]
         keys = [[entry.key for entry in mutate.choose(files, seed)][:40] for seed in (1, 1, 2)]
@@ -265,13 +273,13 @@ class TheVerdict(unittest.TestCase):
         passed, said = self.reported([caught], {caught.key: "it may"}, [caught])
         self.assertFalse(passed)
         self.assertIn("explains a mistake that is caught by Fast\n    file: f.cpp", said)
-        passed, said = self.reported([caught], {("f.cpp", "f", "return 3;", "return 4;"): "it may"}, [caught])
+        passed, said = self.reported([caught], {("f.cpp", "f", "return 3;", "return 4;", 1): "it may"}, [caught])
         self.assertFalse(passed)
         self.assertIn("explains a mistake that can not be planted", said)
 
     def test_aReport_leavesReasonsOfWhatWasNotTried(self):
         entry, _ = self.judged(outcomes={"Fast": ["failed"]})
-        elsewhere = ("g.cpp", "g", "return 3;", "return 4;")
+        elsewhere = ("g.cpp", "g", "return 3;", "return 4;", 1)
         self.assertTrue(self.reported([], {entry.key: "it may", elsewhere: "it may"}, [entry])[0])
 
     def test_aReport_tellsTheShareOfWhatChangedTheCode(self):

@@ -27,6 +27,8 @@ LEAST = 4
 PATIENCE, GRACE = 8, 10
 # Of a hundred mistakes that change the code, so many are to be caught.
 AIM = 97
+# What names a mistake, in this order.
+KEY = ("file", "in", "was", "now", "nth")
 
 
 def result_codes():
@@ -65,12 +67,17 @@ class Planted:
         self.was = source[begin : end if end >= 0 else len(source)]
         self.now = source[begin : mistake.begin] + mistake.text + source[mistake.end : end if end >= 0 else len(source)]
         self.verdict, self.by, self.how = "", "", ""
+        self.nth = 1
+
+    @property
+    def text_key(self):
+        now = re.sub(r"^#line \d+$", "", self.now, flags=re.M)
+        return (self.file, self.place, " ".join(self.was.split()), " ".join(now.split()))
 
     @property
     def key(self):
-        """Stays the same while other lines come and go."""
-        now = re.sub(r"^#line \d+$", "", self.now, flags=re.M)
-        return (self.file, self.place, " ".join(self.was.split()), " ".join(now.split()))
+        """Stays the same while other lines come and go. Those of a function that read alike are counted."""
+        return self.text_key + (self.nth,)
 
     def difference(self):
         lines = difflib.ndiff(self.was.split("\n"), [line for line in self.now.split("\n") if line.strip() and not line.startswith("#line")])
@@ -78,7 +85,7 @@ class Planted:
 
     def record(self):
         return {"file": self.file, "line": self.line, "in": self.place, "kind": self.kind, "was": self.key[2],
-                "now": self.key[3], "verdict": self.verdict, "by": self.by, "how": self.how}
+                "now": self.key[3], "nth": self.nth, "verdict": self.verdict, "by": self.by, "how": self.how}
 
 
 def order_of(file, source, seed):
@@ -94,7 +101,12 @@ def order_of(file, source, seed):
     ordered = []
     while any(kinds.values()):
         ordered += [kinds[kind].pop() for kind in turns if kinds[kind]]
-    return [Planted(file, source, mistake) for mistake in ordered]
+    planted = [Planted(file, source, mistake) for mistake in ordered]
+    alike = Counter()
+    for each in sorted(planted, key=lambda each: (each.mistake.begin, each.mistake.end)):
+        alike[each.text_key] += 1
+        each.nth = alike[each.text_key]
+    return planted
 
 
 def choose(files, seed):
@@ -124,7 +136,7 @@ def explained(path=HERE / "Explained.txt"):
             missing = {"file", "in", "was", "now", "why"} - set(fields)
             if missing:
                 raise CanNotTell(f"{path.name}: an entry of {fields.get('file', '?')} has no {', '.join(sorted(missing))}")
-            found[tuple(fields[name] for name in ("file", "in", "was", "now"))] = fields["why"]
+            found[tuple(fields[name] for name in ("file", "in", "was", "now")) + (int(fields.get("nth", 1)),)] = fields["why"]
     return found
 
 
@@ -369,7 +381,7 @@ def report(results, reasons, possible=()):
             print(f"\n{planted.file}:{planted.line}: {planted.kind}, explained: {reasons[planted.key]}\n{planted.difference()}")
     for planted in unexplained:
         print(f"\n{planted.file}:{planted.line}: {planted.kind} survived")
-        print("\n".join(f"    {name}: {value}" for name, value in zip(("file", "in", "was", "now"), planted.key)))
+        print("\n".join(f"    {name}: {value}" for name, value in zip(KEY, planted.key)))
     count = counted(results)
     of = sum(count.values()) - count["uncompiled"]
     print(f"\n{of} mistakes: caught {count['caught']}, survived {count['survived']} "
@@ -379,7 +391,7 @@ def report(results, reasons, possible=()):
     out_of_date = stale(reasons, possible, results)
     for key, became in out_of_date:
         print(f"\nExplained.txt explains a mistake that {became}")
-        print("\n".join(f"    {name}: {value}" for name, value in zip(("file", "in", "was", "now"), key)))
+        print("\n".join(f"    {name}: {value}" for name, value in zip(KEY, key)))
     return not unexplained and not out_of_date
 
 
@@ -420,7 +432,7 @@ def write_list(path, results):
 def judged_before(path):
     """Of a run that was interrupted."""
     entries = json.loads(Path(path).read_text()) if Path(path).exists() else []
-    return {(entry["file"], entry["in"], entry["was"], entry["now"]): (entry["verdict"], entry["by"], entry["how"])
+    return {tuple(entry[name] for name in KEY): (entry["verdict"], entry["by"], entry["how"])
             for entry in entries}
 
 
@@ -432,7 +444,7 @@ def main(given):
     possible = choose(files, options.seed)
     mistakes = [planted for planted in possible if re.search(options.kind, planted.kind) and (options.races or planted.kind != "lock")]
     if options.again:
-        survivors = {(entry["file"], entry["in"], entry["was"], entry["now"])
+        survivors = {tuple(entry[name] for name in KEY)
                      for entry in json.loads(Path(options.again).read_text()) if entry["verdict"] == "survived"}
         mistakes = [planted for planted in mistakes if planted.key in survivors]
     if options.list:

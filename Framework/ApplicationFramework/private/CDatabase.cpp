@@ -59,7 +59,7 @@ void visitQuietly(af::CutPath &path, CStorageObject *object, const EnteredObject
         CVariable *variable = nullptr;
         result = CStorageObject_GetNextVariable(object, &variable, &iterator);
         if (variable == nullptr) {
-            break;
+            continue;
         }
         if (variable->type == TYPE_OBJECT) {
             visitQuietly(path, static_cast<CStorageObject *>(variable->content), &entered, visit);

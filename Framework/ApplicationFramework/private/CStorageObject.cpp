@@ -78,10 +78,8 @@ EAFResult createVariable(CStorageObject *object, const SVariableDescriptor &desc
         return eAF_E_NAME_NOT_UNIQUE;
     }
     CVariable *variable = allocateVariable();
-    if (variable == nullptr) {
-        return eAF_E_OUT_OF_MEMORY;
-    }
-    if (CVariable_Construct(variable, descriptor.contentAddress, descriptor.type, descriptor.noOfElements,
+    if (variable == nullptr ||
+        CVariable_Construct(variable, descriptor.contentAddress, descriptor.type, descriptor.noOfElements,
                             descriptor.name, descriptor.defaultContentAddress) == eAF_E_OUT_OF_MEMORY) {
         delete[] variable;
         return eAF_E_OUT_OF_MEMORY;

@@ -37,11 +37,8 @@ std::uint32_t sizeInBytes(EVariableType type, std::uint32_t noOfElements) {
 
 /// @return a zeroed block, or null.
 void *makeContent(EVariableType type, std::uint32_t size) {
-    std::size_t bytes = size;
-    if (type == TYPE_OBJECT) {
-        // Its own pointer needs less; but walks and destructor take the block for the object itself.
-        bytes = std::max(bytes, sizeof(CStorageObject));
-    }
+    // An object's own pointer needs less; but walks and destructor take the block for the object itself.
+    const std::size_t bytes = type == TYPE_OBJECT ? std::max<std::size_t>(size, sizeof(CStorageObject)) : size;
     if (size == largestSize || bytes > PTRDIFF_MAX) {
         return nullptr;
     }

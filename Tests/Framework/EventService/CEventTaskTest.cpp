@@ -207,6 +207,20 @@ TEST_F(CEventTaskTest, TheWorker_RunsDetachedUnderItsNameWithoutWaitingForStart)
     task.destroy();
 }
 
+TEST_F(CEventTaskTest, TheSemaphore_IsTakenOnceAlsoByAWorkerThatStartCameBefore) {
+    // Nothing tells whether it came before; a worker needs its time to begin.
+    for (int i = 0; i < 20; ++i) {
+        Task task("T");
+        ASSERT_EQ(eAF_S_OK, task.create(0));
+        ASSERT_EQ(eAF_S_OK, task.start());
+        ASSERT_TRUE(entersLoop(task));
+        EXPECT_EQ(1, semaphoreValue(task));
+        task.stop();
+        task.destroy();
+    }
+    EXPECT_TRUE(allWorkersLeft());
+}
+
 TEST_F(CEventTaskTest, TheSemaphore_IsTakenOnceByTheWorkerAndGivenByEachStart) {
     Task task("T");
     ASSERT_EQ(eAF_S_OK, task.create());

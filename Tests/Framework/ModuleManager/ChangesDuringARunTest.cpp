@@ -200,13 +200,17 @@ TEST_P(ChangesDuringARun, ACallbackThatUnInitializesAndBuildsTheSameAnew_EndsThe
         CModuleManager_RegisterBatch(1, "Anew");
         addPhase(10, "Anew", 0, 1);
         CModuleManager_RegisterModule(2, "Anew");
-        subscribe(2, second());
+        // As many as there were, and in passes to come: a run that went on would call them.
+        for (int i = 0; i < 4; ++i) {
+            subscribe(2, second());
+            subscribe(2, second(), LOWEST);
+        }
     });
     run();
     EXPECT_EQ(2u, calls.size());
     second().does(nullptr);
     EXPECT_EQ(eAF_S_OK, CModuleManager_RunGroup(0, 1));
-    EXPECT_EQ(3u, calls.size());
+    EXPECT_EQ(10u, calls.size());
 }
 
 TEST_P(ChangesDuringARun, ACallbackOfANestedRunThatUnInitializes_EndsBothRuns) {

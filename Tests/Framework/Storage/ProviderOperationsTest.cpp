@@ -186,6 +186,11 @@ TEST_F(ProviderOperations, ALocation_AnswersForItsDatabase) {
     EXPECT_FALSE(location.getVariableByName("Loss", &found));
     EXPECT_EQ(eAF_S_OK, location.removeRegion("Cfg"));
     EXPECT_EQ(eAF_E_FAILED, location.removeRegion("Cfg"));
+    TraceRecorder::reset();
+    EXPECT_EQ(eAF_E_FAILED, location.removeRegion(nullptr));
+    EXPECT_THAT(
+        TraceRecorder::failures(),
+        testing::Contains(Line{"removeRegion", "Could not remove region (null) from location id 7)\n", eAF_E_FAILED}));
 }
 
 TEST_F(ProviderOperations, AnUnknownOperation_IsAnInternalError) {
@@ -204,6 +209,8 @@ TEST_F(ProviderOperations, AProvider_DeletesTheFirstListingOfALocationOnly) {
     provider.addLocation(&two);
     provider.addLocation(&one);
     provider.deleteLocation(1);
+    EXPECT_THAT(provider.locations, ElementsAre(&two, &one));
+    provider.addLocation(nullptr);
     EXPECT_THAT(provider.locations, ElementsAre(&two, &one));
     provider.deleteLocation(9);
     EXPECT_THAT(provider.locations, ElementsAre(&two, &one));

@@ -283,11 +283,15 @@ TEST_F(VariableLookup, ContentAddressByPath_OfEachFreedVariable_Fails) {
     CStorageObject *object = tree.objectIn(region, "O");
     std::vector<SVariableDescriptor> descriptors{{nullptr, TYPE_INT32, 1, "ALongName", nullptr},
                                                  {nullptr, TYPE_INT32, 1, "V", nullptr}};
-    ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(object, descriptors.data(), descriptors.size()));
+    for (CStorageObject *each : {object, tree.nested(object, "N"), tree.objectArray(object, "Es", {"E0", "E1"})[0],
+                                 tree.objectArray(object, "Fs", {"F0", "F1"})[1]}) {
+        ASSERT_EQ(eAF_S_OK, CStorageObject_CreateVariables(each, descriptors.data(), descriptors.size()));
+    }
     CStorageManager_RegisterRegion(region);
     update();
     ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
-    for (const char *path : {"Gone/O/ALongName", "Gone/O/V"}) {
+    for (const char *path : {"Gone/O/ALongName", "Gone/O/V", "Gone/O/N/ALongName", "Gone/O/N/V", "Gone/O/E0/ALongName",
+                             "Gone/O/E0/V", "Gone/O/F1/ALongName", "Gone/O/F1/V"}) {
         void *content = nullptr;
         EXPECT_EQ(eAF_E_FAILED, CStorageManager_GetVariableContentAddressByPath(path, &content, nullptr)) << path;
     }
