@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -25,6 +27,7 @@ namespace {
 
 constexpr mode_t taskQueueMode = 0777;
 constexpr std::uint32_t largestStackSize = 16384;
+constexpr std::chrono::milliseconds betweenDrains{10};
 
 /// One life of a worker, from Create until both the worker has ended and the task has given it up.
 ///
@@ -192,7 +195,28 @@ private:
 
 // The worker
 
+/// Keeps signals from this thread, but for those that tell of its own faults. One that ended the wait for a full
+/// listener would lose the event, and nobody is there to be told.
+class WithoutSignals {
+public:
+    WithoutSignals() {
+        sigset_t signals;
+        sigfillset(&signals);
+        for (const int fault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP}) {
+            sigdelset(&signals, fault);
+        }
+        pthread_sigmask(SIG_BLOCK, &signals, &m_before);
+    }
+    ~WithoutSignals() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    WithoutSignals(const WithoutSignals &) = delete;
+    WithoutSignals &operator=(const WithoutSignals &) = delete;
+
+private:
+    sigset_t m_before{};
+};
+
 void handleMessage(SEventDataMessage &message) {
+    const WithoutSignals whileItForwards;
     // The name below is the registry's own text: it stays while this is held.
     const RegistryPin registry;
     if (!af::isError(CEventHandler_FireEventFromMessageInternal(&message))) {
@@ -237,7 +261,8 @@ void drainForBlockedSenders(TaskRun &run, std::unique_lock<std::mutex> &lock) {
             run.isCloseDue = false;
             mq_close(run.queue);
         } else if (isEmpty && run.leavings == seen) {
-            run.userLeft.wait(lock);
+            // One that has not begun its send yet would sleep in it if another process filled the queue meanwhile.
+            run.userLeft.wait_for(lock, betweenDrains);
         }
     }
 }

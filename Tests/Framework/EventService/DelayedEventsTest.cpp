@@ -1,5 +1,7 @@
 // Messages that are put on the event task's queue: its worker forwards them.
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -102,6 +105,44 @@ TEST_F(DelayedEvents, GoToTheListenersOfTheirEventOnly) {
     EXPECT_EQ(1, first.waiting());
     EXPECT_EQ(1, second.waiting());
     EXPECT_EQ(0, other.waiting());
+}
+
+std::atomic<int> signalledThread{0};
+
+void keepThread(int /*signal*/) {
+    signalledThread = test::threadId();
+}
+
+// The worker's send failed, and nobody was told that the event did not come.
+TEST_F(DelayedEvents, AreNotLost_WhenASignalComesWhileTheirListenerIsFull) {
+    signalledThread = 0;
+    struct sigaction usual {};
+    struct sigaction interrupting {};
+    interrupting.sa_handler = keepThread;
+    ASSERT_EQ(0, sigaction(SIGUSR1, &interrupting, &usual));
+    Listener listener("A");
+    listener.add({1});
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(eAF_S_OK, CEventHandler_FireEvent(1));
+    }
+    ASSERT_TRUE(RawQueue(m_taskQueue).send({1, nullptr, 0}));
+    int worker = 0;
+    ASSERT_TRUE(test::eventually([&] {
+        for (const int thread : test::threadsNamed("dm-af-eventtsk")) {
+            worker = test::blocksSending(thread) ? thread : worker;
+        }
+        return worker != 0;
+    }));
+    EXPECT_TRUE(test::blocksSignal(worker, SIGUSR1));
+    EXPECT_FALSE(test::blocksSignal(worker, SIGSEGV)) << "the host may have a handler that tells of faults";
+    ASSERT_EQ(0, syscall(SYS_tgkill, getpid(), worker, SIGUSR1));
+    listener.pump();
+    ASSERT_TRUE(test::eventually([] { return signalledThread != 0; })) << "it comes once the event is on its way";
+    EXPECT_EQ(worker, signalledThread);
+    ASSERT_TRUE(workerIsThrough());
+    EXPECT_EQ(10, listener.waiting()) << "nine and the delayed one";
+    listener.pumpAll();
+    sigaction(SIGUSR1, &usual, nullptr);
 }
 
 TEST_F(DelayedEvents, LoseTheirUrgencyOnTheWay) {

@@ -49,6 +49,7 @@ std::string wordOf(const std::string &file) {
 // An emulator's thread sleeps in a call of the machine's own kernel, which knows it by the number of x86-64.
 const std::vector<long> sendingCalls{242};
 const std::vector<long> receivingCalls{243};
+const std::vector<long> waitingCalls{202};
 #else
 const std::vector<long> sendingCalls{
     SYS_mq_timedsend,
@@ -60,6 +61,12 @@ const std::vector<long> receivingCalls{
     SYS_mq_timedreceive,
 #ifdef SYS_mq_timedreceive_time64
     SYS_mq_timedreceive_time64,
+#endif
+};
+const std::vector<long> waitingCalls{
+    SYS_futex,
+#ifdef SYS_futex_time64
+    SYS_futex_time64,
 #endif
 };
 #endif
@@ -137,6 +144,21 @@ bool eventuallyBlocksSending(int thread) {
 
 bool eventuallyBlocksReceiving(int thread) {
     return eventuallySleepsIn(thread, receivingCalls);
+}
+
+bool eventuallyWaits(int thread) {
+    return eventuallySleepsIn(thread, waitingCalls);
+}
+
+bool blocksSignal(int thread, int signalNumber) {
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "SigBlk:") {
+            status >> word;
+            return (std::stoull(word, nullptr, 16) >> (signalNumber - 1) & 1) != 0;
+        }
+    }
+    return false;
 }
 
 Listener::Listener(std::string name, EAFResult theAnswer)

@@ -52,6 +52,12 @@ bool eventuallyBlocksSending(int thread);
 /// Waits until a thread of this process sleeps because the queue that it receives from is empty.
 bool eventuallyBlocksReceiving(int thread);
 
+/// Waits until a thread of this process sleeps until another one wakes it.
+bool eventuallyWaits(int thread);
+
+/// Whether the thread keeps the signal from itself.
+bool blocksSignal(int thread, int signalNumber);
+
 /// One call of a listener's callback.
 struct Delivery {
     void *context = nullptr;

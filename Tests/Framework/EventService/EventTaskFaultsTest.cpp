@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -427,6 +428,37 @@ TEST_F(EventTaskFaults, CreatedAnewBeforeItsEarlierWorkerWokeUp_TheEarlierWorker
     // Nobody is left waiting, whatever the outcome.
     sendToTask(1);
     sendToTask(1);
+}
+
+// The worker had found the queue empty and waited for the sender alone, which slept for ever.
+TEST_F(EventTaskFaults, ASenderThatFindsTheDrainedQueueFullAgain_ComesBack) {
+    ASSERT_EQ(eAF_S_OK, create());
+    ASSERT_TRUE(test::eventually([this] { return m_operations->IsRunning(m_operations) == 1; }));
+    const int worker = test::threadsNamed("dm-af-eventtsk").at(0);
+    ASSERT_TRUE(test::eventuallyBlocksReceiving(worker));
+    const test::RawQueue another(m_queueName);
+    std::atomic<bool> isEntered{false};
+    test::replacements().beforeSend = [&](mqd_t) {
+        if (isEntered.exchange(true)) {
+            return;
+        }
+        another.send({1, nullptr, 0}); // the worker was told to leave, and does
+        EXPECT_TRUE(test::eventuallyWaits(worker)) << "for this sender";
+        for (int i = 0; i < 10; ++i) {
+            another.send({1, nullptr, 0});
+        }
+    };
+    std::atomic<bool> cameBack{false};
+    std::thread sender([&] {
+        EXPECT_EQ(eAF_S_OK, stop());
+        cameBack = true;
+    });
+    EXPECT_TRUE(test::eventually([&] { return cameBack.load(); }));
+    if (!cameBack) {
+        another.receive();
+    }
+    sender.join();
+    test::replacements().beforeSend = nullptr;
 }
 
 TEST_F(EventTaskFaults, AFailedWakeUp_MakesStopFail) {

@@ -130,6 +130,7 @@ void forwardEverything() {
     replacements().cacheAdd = nullptr;
     replacements().fireFromMessage = nullptr;
     replacements().beforeReceive = nullptr;
+    replacements().beforeSend = nullptr;
 }
 
 std::vector<std::string> calls() {
@@ -220,6 +221,9 @@ mqd_t mq_open(const char *name, int flags, ...) noexcept {
 }
 
 int mq_send(mqd_t queue, const char *bytes, std::size_t size, unsigned int priority) {
+    if (const auto before = replacements().beforeSend.get()) {
+        before(queue);
+    }
     log("mq_send " + std::to_string(queue));
     if (const int error = faultNow(Call::mqSend)) {
         return failWith(error);

@@ -76,6 +76,7 @@ struct Replacements {
     Replacement<EAFResult(std::uint32_t key, std::uint32_t value)> cacheAdd;
     Replacement<EAFResult(SEventDataMessage *)> fireFromMessage;
     Replacement<void(mqd_t)> beforeReceive; ///< The receive goes to the system after it.
+    Replacement<void(mqd_t)> beforeSend;    ///< Likewise; what it sends itself comes here too.
 };
 Replacements &replacements();
 void forwardEverything();
