@@ -1,5 +1,5 @@
 /// @file
-/// Another program of the same user that does with a queue what nobody asked it to.
+/// Another program, of the same user or of another, that does with a queue what nobody asked it to.
 ///
 ///     ForeignProgram flood QUEUE EVENT [MOST]  sends 1, 2, 3, ... as the data of an event, for ever or as many
 ///     ForeignProgram rush QUEUE                opens, fills and closes the queue over and over, whoever makes it anew
@@ -9,12 +9,15 @@
 ///     ForeignProgram garbage QUEUE COUNT SEED  sends random records that carry no copy, at random priorities
 ///     ForeignProgram noise QUEUE COUNT SEED    sends random bytes of random sizes
 ///     ForeignProgram unlink QUEUE...           removes the names
-///     ForeignProgram make QUEUE SIZE MOST FILL makes a queue of other messages, with as many of them
+///     ForeignProgram make QUEUE SIZE MOST FILL [MODE]
+///                                              makes a queue of other messages, with as many of them; MODE is octal
+///                                              and under no umask, 600 unless given
 ///     ForeignProgram exhaust QUEUE ERROR       makes QUEUE0, QUEUE1, ... until that error comes; those there are fine
 ///
 /// Prints "ready" when it has begun; exit code 0 when it did all that, else 1 with a word on what failed.
 #include <fcntl.h>
 #include <mqueue.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <time.h>
@@ -169,11 +172,12 @@ int unlinkAll(const std::vector<std::string> &names) {
     return 0;
 }
 
-int make(const std::string &name, unsigned long size, unsigned long most, unsigned long fill) {
+int make(const std::string &name, unsigned long size, unsigned long most, unsigned long fill, mode_t mode) {
     mq_attr attributes{};
     attributes.mq_msgsize = static_cast<long>(size);
     attributes.mq_maxmsg = static_cast<long>(most);
-    const mqd_t queue = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, mode_t{0600}, &attributes);
+    umask(0);
+    const mqd_t queue = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, mode, &attributes);
     if (queue == -1) {
         return failed("mq_open " + name);
     }
@@ -206,7 +210,9 @@ int run(const std::vector<std::string> &words) {
         return unlinkAll({words.begin() + 1, words.end()});
     }
     if (what == "make") {
-        return make(name, number(words.at(2)), number(words.at(3)), number(words.at(4)));
+        const std::string mode = words.size() > 5 ? words[5] : "600";
+        return make(name, number(words.at(2)), number(words.at(3)), number(words.at(4)),
+                    static_cast<mode_t>(std::strtoul(mode.c_str(), nullptr, 8)));
     }
     if (what == "exhaust") {
         return exhaust(name, static_cast<int>(number(words.at(2))));
@@ -215,7 +221,7 @@ int run(const std::vector<std::string> &words) {
         sayReady();
         what == "rush" ? rush(name) : steal(name);
     }
-    const mqd_t queue = mq_open(name.c_str(), O_RDWR);
+    const mqd_t queue = mq_open(name.c_str(), what == "take" ? O_RDONLY : O_WRONLY);
     if (queue == -1) {
         return failed("mq_open " + name);
     }
