@@ -25,7 +25,7 @@ struct ValueView {
     ValueView(std::string_view pathOf, EVariableType typeOf, std::uint32_t count, const unsigned char *begin,
               std::size_t length)
         : path(pathOf), type(typeOf), noOfElements(count), content(begin), size(length) {}
-    ValueView(const StoredValue &value) // NOLINT(google-explicit-constructor): it is one
+    ValueView(const StoredValue &value) // not explicit: it is one
         : ValueView(value.path, value.type, value.noOfElements, value.content.data(), value.content.size()) {}
 
     bool operator==(const ValueView &other) const {

@@ -65,8 +65,7 @@ public:
         if (!af::pushBack(list, descriptor.get())) {
             return eAF_E_OUT_OF_MEMORY;
         }
-        // NOLINTNEXTLINE(bugprone-unused-return-value): the list holds it from now on
-        static_cast<void>(descriptor.release());
+        static_cast<void>(descriptor.release()); // the list holds it from now on
         return eAF_S_OK;
     }
 

@@ -14,6 +14,6 @@ void af::composeAndLog(VoxTrace &trace, VoxTraceLevel level, const VoxTraceHeade
             message += AfResult::toString(*result);
         }
         trace.logMsg(level, header, message.c_str());
-    } catch (const std::bad_alloc &) { // NOLINT(bugprone-empty-catch): see the header
+    } catch (const std::bad_alloc &) { // see the header
     }
 }

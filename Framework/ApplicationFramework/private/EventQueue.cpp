@@ -21,8 +21,8 @@ namespace {
 #endif
 
 #ifdef AF_TELL_THREAD_SANITIZER
-extern "C" void __tsan_acquire(void *address); // NOLINT(bugprone-reserved-identifier): the sanitizer's
-extern "C" void __tsan_release(void *address); // NOLINT(bugprone-reserved-identifier): the sanitizer's
+extern "C" void __tsan_acquire(void *address);
+extern "C" void __tsan_release(void *address);
 
 char orderOfQueue[1024];
 
