@@ -51,6 +51,9 @@ class TheGate(unittest.TestCase):
         self.assertIn(f"{SOURCE}:3: return 1;\n    is not reached", told)
         self.assertIn(f"{SOURCE}:2: if (a) {{\n    has 1 branches that are not taken, 0 are known", told)
 
+    def test_theListThatIsKept_beginsAsOneThatIsWritten(self):
+        self.assertTrue((coverage.HERE / "Unreached.txt").read_text().startswith(coverage.HEAD))
+
     def test_whatIsKnown_passes(self):
         self.assertEqual([], self.complaints(allowed={SOURCE: Counter({LINE: 1, BRANCH: 1})}))
 

@@ -19,8 +19,9 @@ SOMETIMES = "sometimes"
 HEAD = """\
 # What no test reaches, by source: a line as it reads, or `branch` and the line that one or more of its branches are not
 # taken of, with how many. `./run coverage` fails for what is not listed here. Write a test for it; or, where none can,
-# run `./run coverage --accept` and put the reason behind the `why:` that this adds. A reason that begins with
-# "sometimes" is of what depends on how threads meet, and stays while it is reached.
+# run `./run coverage --accept` and put the reason behind the `why:` that this adds. It also fails for what is listed and
+# reached, and --accept takes that off. A reason that begins with "sometimes" is of what depends on how threads meet, and
+# stays while it is reached.
 """
 
 
