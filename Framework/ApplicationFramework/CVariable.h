@@ -102,7 +102,7 @@ AF_API EAFResult CVariable_GetContentAddress(CVariable *variable, void **out);
 AF_API EAFResult CVariable_GetDefaultContentAddress(CVariable *variable, void **out);
 
 /// Tells the variable's name.
-/// @param out  receives the record's own text; null unless eAF_S_OK.
+/// @param out  receives the record's own text, null where the name is empty; left alone without a variable.
 /// @retval eAF_E_FAILED            the name is empty; not traced.
 /// @retval eAF_E_INVALID_ARGUMENT  null argument; traced.
 AF_API EAFResult CVariable_GetName(CVariable *variable, const char **out);

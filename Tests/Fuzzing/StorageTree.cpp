@@ -146,6 +146,20 @@ void checkWords(CVariable &variable, bool hasDefault) {
     }
 }
 
+/// Nothing in place of a record, a name or a place for the answer.
+void checkNulls(CStorageObject &object) {
+    SVariableDescriptor descriptor{nullptr, TYPE_INT32, 1, "V1", nullptr};
+    FUZZ_CHECK(CStorageObject_CreateVariables(nullptr, &descriptor, 1) == eAF_E_INVALID_ARGUMENT, "no object");
+    FUZZ_CHECK(CStorageObject_CreateVariables(&object, nullptr, 1) == eAF_E_INVALID_ARGUMENT, "no descriptors");
+    CVariable *variable = nullptr;
+    FUZZ_CHECK(CStorageObject_GetVariableByName(nullptr, "V1", &variable) == 0 && variable == nullptr, "no object");
+    FUZZ_CHECK(CStorageObject_GetVariableByName(&object, nullptr, &variable) == 0 && variable == nullptr, "no name");
+    FUZZ_CHECK(CStorageObject_GetVariableByName(&object, "V1", nullptr) == 0, "no place");
+    FUZZ_CHECK(CStorageObject_IsDynamicallyAllocated(nullptr) == 0, "no object");
+    const char *name = object.name;
+    FUZZ_CHECK(CVariable_GetName(nullptr, &name) == eAF_E_INVALID_ARGUMENT && name == object.name, "no variable");
+}
+
 /// A parent that only carries the child's address: the child stays what it is.
 void checkCarried(Object &child) {
     CStorageObject parent{};
@@ -194,6 +208,7 @@ public:
         }
         check(made);
         checkWords(made.record, made.name);
+        checkNulls(made.record);
         checkCarried(made);
         return &made;
     }
@@ -340,15 +355,13 @@ void fill(Region &region, Tree &tree, FuzzInput &input) {
     const std::string name = nameFrom(input, "R");
     region.name = cut(name, 39);
     CStorageRegion_Construct(&region.record, name.c_str(), 1);
-    std::vector<Object *> refused;
     for (std::uint32_t left = input.below(4); left > 0; --left) {
         Object *object = tree.object(0);
         EAFResult expected = object->name.empty() ? eAF_E_FAILED : eAF_S_OK;
         for (const Object *present : region.objects) {
             expected = present->name == object->name ? eAF_W_ALREADY_REGISTERED : expected;
         }
-        FUZZ_CHECK(CStorageRegion_AddObject(&region.record, object == nullptr ? nullptr : &object->record) == expected,
-                   object->name);
+        FUZZ_CHECK(CStorageRegion_AddObject(&region.record, &object->record) == expected, object->name);
         if (expected == eAF_S_OK) {
             region.objects.push_back(object);
         } else {
