@@ -99,23 +99,37 @@ EAFResult EventHandlerModel::addListener(const std::vector<std::uint32_t> &filte
     return result;
 }
 
-EAFResult EventHandlerModel::fire(std::uint32_t id, ModelMessage message, bool isUrgent) {
+int EventHandlerModel::findFired(std::uint32_t id) {
     const int event = find(id);
     if (event < 0) {
         trace("CEventHandler_FindEventIndex", "Unknown event id: " + signedText(id), 0x800E);
         trace("CEventHandler_FireEventInternal", "Could not find event index for event id " + signedText(id), 0x800E);
-        return eAF_E_UNKNOWN_EVENT;
-    }
-    if (std::find(m_cached.begin(), m_cached.end(), id) == m_cached.end()) {
+    } else if (std::find(m_cached.begin(), m_cached.end(), id) == m_cached.end()) {
         ++m_misses;
         m_cached.push_back(id);
         if (m_cached.size() > cacheSize) {
             m_cached.pop_front();
         }
     }
+    return event;
+}
+
+EAFResult EventHandlerModel::fire(std::uint32_t id, ModelMessage message, bool isUrgent) {
+    const int event = findFired(id);
+    if (event < 0) {
+        return eAF_E_UNKNOWN_EVENT;
+    }
     message.eventId = id;
     append(static_cast<std::size_t>(event), message, isUrgent);
     return eAF_S_OK;
+}
+
+EAFResult EventHandlerModel::fireFromNull(std::uint32_t id) {
+    const int event = findFired(id);
+    if (event < 0) {
+        return eAF_E_UNKNOWN_EVENT;
+    }
+    return m_lists[static_cast<std::size_t>(event)].empty() ? eAF_S_OK : eAF_E_INVALID_ARGUMENT;
 }
 
 EAFResult EventHandlerModel::fireFromMessage(std::uint32_t id, std::uint32_t lowWordOfAddress) {

@@ -44,6 +44,8 @@ public:
                           const std::string &queueName, bool isRefused);
     /// A message without an id of its own takes the event's.
     EAFResult fire(std::uint32_t id, ModelMessage message, bool isUrgent);
+    /// With copied data that is null and has a size.
+    EAFResult fireFromNull(std::uint32_t id);
     EAFResult fireFromMessage(std::uint32_t id, std::uint32_t lowWordOfAddress);
 
     /// What the pump's callback should be called with; none is called where the kind is empty.
@@ -68,6 +70,8 @@ private:
     static constexpr std::size_t cacheSize = 64;
 
     int find(std::uint32_t id) const;
+    /// As a firing finds it: through the cache. -1: unknown, which is traced.
+    int findFired(std::uint32_t id);
     void trace(const std::string &function, const std::string &message, std::uint32_t code);
     void append(std::size_t event, const ModelMessage &message, bool isUrgent);
 

@@ -9,9 +9,7 @@ namespace test {
 
 using Kind = ModelMessage::Kind;
 
-EventHandlerWalk::EventHandlerWalk(Choices &choices) : m_choices(choices) {
-    m_record.bytesToKeep = copySize;
-}
+EventHandlerWalk::EventHandlerWalk(Choices &choices) : m_choices(choices) {}
 
 EventHandlerWalk::~EventHandlerWalk() {
     closeQueuesOfThisLife();
@@ -22,11 +20,15 @@ void EventHandlerWalk::beginLife() {
     TraceRecorder::reset();
     forgetTraces();
     m_log.clear();
+    for (std::uint32_t i = 0; i < noOfOddCalls; ++i) {
+        odd();
+    }
 }
 
 void EventHandlerWalk::initialize() {
     const std::uint32_t events = oneIn(6) ? below(4) : 40 + below(90);
     const std::uint32_t listeners = oneIn(6) ? below(2) : 2 + below(5);
+    compareTraces();
     note("Initialize " + std::to_string(events) + " " + std::to_string(listeners));
     ASSERT_EQ(m_model.initialize(events, listeners), CEventHandler_Initialize(events, listeners));
     forgetTraces();
@@ -52,6 +54,11 @@ void EventHandlerWalk::compareTraces() {
 }
 
 void EventHandlerWalk::step() {
+    operate();
+    odd();
+}
+
+void EventHandlerWalk::operate() {
     switch (below(16)) {
     case 0:
     case 1:
@@ -91,7 +98,8 @@ void EventHandlerWalk::registerEvent(std::uint32_t id) {
     const std::size_t length = below(60);
     const std::string name(length, static_cast<char>('a' + below(26)));
     note("RegisterEvent " + std::to_string(id));
-    ASSERT_EQ(m_model.registerEvent(id, name), CEventHandler_RegisterEvent(id, name.c_str()));
+    const bool isNull = name.empty() && m_oddCalls % 2 == 0;
+    ASSERT_EQ(m_model.registerEvent(id, name), CEventHandler_RegisterEvent(id, isNull ? nullptr : name.c_str()));
 }
 
 void EventHandlerWalk::addListener() {
@@ -112,10 +120,17 @@ void EventHandlerWalk::addListener() {
     const std::size_t expectedHandle = m_model.listeners().size();
     m_queueNames.push_back(queueName);
     m_filters.push_back(std::make_unique<std::vector<std::uint32_t>>(filter));
+    // No filter is a null one, of whatever count, or one of no entries.
+    static constexpr std::uint32_t unread = 0;
+    const std::uint32_t *entries = filter.empty() ? nullptr : m_filters.back()->data();
+    auto count = static_cast<std::uint32_t>(filter.size());
+    if (filter.empty() && m_oddCalls % 3 != 0) {
+        entries = m_oddCalls % 3 == 1 ? &unread : nullptr;
+        count = m_oddCalls % 3 == 1 ? 0 : 1 + m_oddCalls;
+    }
     std::uint32_t handle = ~0u;
     ASSERT_EQ(m_model.addListener(filter, name, queueName, isRefused),
-              CEventHandler_AddListener(m_record.callback(), filter.empty() ? nullptr : m_filters.back()->data(),
-                                        static_cast<std::uint32_t>(filter.size()), name.c_str(), &handle));
+              CEventHandler_AddListener(m_record.callback(), entries, count, name.c_str(), &handle));
     ASSERT_EQ(m_model.listeners().size() > expectedHandle ? expectedHandle : ~0u, handle);
 }
 
@@ -126,8 +141,8 @@ void EventHandlerWalk::fire() {
         return;
     }
     note("fire " + std::to_string(id) + " by operation " + std::to_string(operation));
-    std::array<char, copySize> data{};
-    for (char &letter : data) {
+    Letters letters{};
+    for (char &letter : letters) {
         letter = static_cast<char>('a' + below(26));
     }
     ModelMessage message;
@@ -135,14 +150,29 @@ void EventHandlerWalk::fire() {
         message.data = &m_words.at(below(static_cast<std::uint32_t>(m_words.size())));
     } else if (operation % 3 == 2) {
         message.kind = Kind::copied;
-        message.copy.assign(data.data(), data.size());
+        message.copy = copyMadeOf(letters);
     }
+    // Gone when this returns. Of nothing, null is as good as any other address.
+    const std::vector<char> copied(message.copy.begin(), message.copy.end());
+    const bool isNull = copied.empty() && m_copies % 4 < 2;
     const bool isUrgent = operation >= 3 || (operation == 2 && id == 48);
-    ASSERT_EQ(m_model.fire(id, message, isUrgent), fireReally(operation, id, message, data));
+    ASSERT_EQ(m_model.fire(id, message, isUrgent),
+              fireReally(operation, id, message, isNull ? nullptr : static_cast<const void *>(copied.data())));
+}
+
+/// The sizes take turns.
+std::string EventHandlerWalk::copyMadeOf(const Letters &letters) {
+    constexpr std::array<std::size_t, 6> sizes{8, 0, 1, 300, 7, 5000};
+    std::string copy(sizes.at(m_copies++ % sizes.size()), '\0');
+    for (std::size_t i = 0; i < copy.size(); ++i) {
+        copy[i] = static_cast<char>(letters.at(i % letters.size()) + static_cast<int>(i / letters.size() % 4));
+    }
+    return copy;
 }
 
 EAFResult EventHandlerWalk::fireReally(std::uint32_t operation, std::uint32_t id, const ModelMessage &message,
-                                       const std::array<char, copySize> &data) {
+                                       const void *copied) {
+    const auto size = static_cast<std::uint32_t>(message.copy.size());
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the listeners do not write there
     void *pointer = const_cast<void *>(message.data);
     switch (operation) {
@@ -151,13 +181,13 @@ EAFResult EventHandlerWalk::fireReally(std::uint32_t operation, std::uint32_t id
     case 1:
         return CEventHandler_FireEventWithData(id, pointer);
     case 2:
-        return CEventHandler_FireEventWithCopiedData(id, data.data(), copySize);
+        return CEventHandler_FireEventWithCopiedData(id, copied, size);
     case 3:
         return CEventHandler_FireUrgentEvent(id);
     case 4:
         return CEventHandler_FireUrgentEventWithData(id, pointer);
     default:
-        return CEventHandler_FireUrgentEventWithCopiedData(id, data.data(), copySize);
+        return CEventHandler_FireUrgentEventWithCopiedData(id, copied, size);
     }
 }
 
@@ -201,6 +231,7 @@ void EventHandlerWalk::pump() {
     errno = 0;
     const ModelMessage expected = m_model.pump(handle, answer, !isIfAvailable);
     const bool isDelivered = expected.kind != Kind::empty;
+    m_record.bytesToKeep = expected.copy.size();
     if (isIfAvailable) {
         ASSERT_EQ(isDelivered ? 1u : 0u, CEventHandler_PumpEventIfAvailable(handle));
     } else {
@@ -275,6 +306,51 @@ void EventHandlerWalk::askForNumbers() {
     }
 }
 
+/// What is refused, in whatever state. Takes no choice of its own, so that the kept inputs of the fuzzer stay what they
+/// are; that nothing has changed, the operations show that follow.
+void EventHandlerWalk::odd() {
+    const std::uint32_t round = m_oddCalls / noOfOddCalls;
+    const std::uint32_t id = 7 * round % (noOfIds + 10);
+    const std::uint32_t which = m_oddCalls++ % noOfOddCalls;
+    note("odd call " + std::to_string(which) + " of round " + std::to_string(round));
+    switch (which) {
+    case 0:
+    case 1:
+    case 2:
+    case 3:
+        return addNobody(which);
+    case 4:
+        return copyFromNull(id, round);
+    case 5:
+        ASSERT_EQ(eAF_E_INVALID_ARGUMENT, CEventHandler_FireEventFromMessageInternal(nullptr));
+        return;
+    case 6:
+        ASSERT_EQ(eAF_E_INVALID_ARGUMENT, CEventHandler_GetEventName(id, nullptr));
+        return;
+    default: {
+        SEventHandlerStatistics none{};
+        const EAFResult result = m_model.getStatistics(none);
+        ASSERT_EQ(result == eAF_S_OK ? eAF_E_INVALID_ARGUMENT : result, CEventHandler_GetStatistics(nullptr));
+    }
+    }
+}
+
+void EventHandlerWalk::addNobody(std::uint32_t which) {
+    SListenerCallback *const callback = which == 0 ? nullptr : m_record.callback();
+    const char *const name = which == 1 ? nullptr : which == 2 ? "" : "M0";
+    std::uint32_t handle = ~0u;
+    ASSERT_EQ(m_model.addListener({}, "", "", false),
+              CEventHandler_AddListener(callback, nullptr, 0, name, which == 3 ? nullptr : &handle));
+    ASSERT_EQ(~0u, handle);
+}
+
+void EventHandlerWalk::copyFromNull(std::uint32_t id, std::uint32_t round) {
+    const std::uint32_t size = round % 3 == 0 ? ~0u : 1 + round;
+    ASSERT_EQ(m_model.fireFromNull(id), round % 2 == 0
+                                            ? CEventHandler_FireEventWithCopiedData(id, nullptr, size)
+                                            : CEventHandler_FireUrgentEventWithCopiedData(id, nullptr, size));
+}
+
 /// The service leaves its listeners' queues open, and copies in them: both would pile up over the lives.
 void EventHandlerWalk::closeQueuesOfThisLife() {
     std::error_code ignored;
@@ -306,7 +382,7 @@ void EventHandlerWalk::closeQueuesOfThisLife() {
 
 void EventHandlerWalk::note(const std::string &operation) {
     m_log.push_back(operation);
-    if (m_log.size() > 40) {
+    if (m_log.size() > 80) {
         m_log.erase(m_log.begin());
     }
 }

@@ -35,20 +35,23 @@ public:
     const std::vector<std::string> &log() const { return m_log; }
 
 private:
-    static constexpr std::size_t copySize = 8;
+    using Letters = std::array<char, 8>;
     static constexpr std::uint32_t noOfIds = 90; ///< More than the cache holds.
+    static constexpr std::uint32_t noOfOddCalls = 8;
 
     void TestBody() override {}
 
     std::uint32_t below(std::uint32_t limit) { return m_choices.below(limit); }
     bool oneIn(std::uint32_t times) { return m_choices.oneIn(times); }
 
+    void operate();
     std::uint32_t anyId();
     void registerEvent(std::uint32_t id);
     void addListener();
     void fire();
+    std::string copyMadeOf(const Letters &letters);
     static EAFResult fireReally(std::uint32_t operation, std::uint32_t id, const ModelMessage &message,
-                                const std::array<char, copySize> &data);
+                                const void *copied);
     void fireFromMessage();
     std::uint32_t anyHandle();
     std::uint32_t fullestListener();
@@ -57,6 +60,9 @@ private:
     void sendEmptyMessage();
     void askForNames();
     void askForNumbers();
+    void odd();
+    void addNobody(std::uint32_t which);
+    void copyFromNull(std::uint32_t id, std::uint32_t round);
     /// The service leaves its listeners' queues open, and copies in them: both would pile up over the lives.
     void closeQueuesOfThisLife();
     void note(const std::string &operation);
@@ -66,8 +72,10 @@ private:
     Listener m_record{"recorder"};
     std::vector<std::string> m_queueNames;
     std::vector<std::unique_ptr<std::vector<std::uint32_t>>> m_filters;
-    std::array<std::array<char, copySize>, 3> m_words{{{'w', 'o', 'r', 'd'}, {'t', 'w', 'o'}, {}}};
+    std::array<Letters, 3> m_words{{{'w', 'o', 'r', 'd'}, {'t', 'w', 'o'}, {}}};
     std::vector<std::string> m_log;
+    std::uint32_t m_oddCalls = 0;
+    std::size_t m_copies = 0;
     std::size_t m_deliveries = 0;
 };
 
