@@ -31,13 +31,13 @@ std::string hexadecimal(std::uint32_t code) {
     return digits;
 }
 
-std::string priorityName(std::uint32_t priority) {
+} // namespace
+
+std::string ModuleManagerModel::priorityName(std::uint32_t priority) {
     static const std::vector<std::string> names{"HIGHEST", "HIGH",  "HIGHER_THAN_NORMAL", "NORMAL", "LOWER_THAN_NORMAL",
                                                 "LOW",     "LOWEST"};
     return priority < names.size() ? names[priority] : "UNKNOWN";
 }
-
-} // namespace
 
 std::uint32_t ModuleManagerModel::report(const std::string &message, std::uint32_t code) {
     lines.push_back({function, message, code});
@@ -148,6 +148,24 @@ std::uint32_t ModuleManagerModel::registerCallback(Id moduleId, const std::strin
     return 0;
 }
 
+std::uint32_t ModuleManagerModel::registerNamelessCallback(Id moduleId, Id batchId, bool &isCopied) {
+    function = "CModuleManager_RegisterCallback";
+    isCopied = false;
+    if (modules.count(moduleId) == 0) {
+        return report("Could not get module with id = " + text(moduleId), unknownModule);
+    }
+    const Batch *batch = batchOf(batchId);
+    if (batch == nullptr) {
+        return report("Could not get batch with id = " + signedText(batchId), unknownBatch);
+    }
+    if (batch->entries.empty()) {
+        return 0;
+    }
+    const Id first = batch->entries.front().second;
+    isCopied = phaseOf(first) != nullptr;
+    return isCopied ? 0 : report("Could not get phase with id = " + text(first), failed);
+}
+
 std::uint32_t ModuleManagerModel::unregisterModule(Id id) {
     function = "CModuleManager_UnregisterModule";
     const auto module = modules.find(id);
@@ -171,8 +189,11 @@ std::uint32_t ModuleManagerModel::unregisterModule(Id id) {
 bool ModuleManagerModel::callOne(const Phase &phase, const Descriptor &descriptor, Module &module, bool stopAtOnce) {
     report("  Call module: " + module.name, debug);
     report("    with callback: " + descriptor.name + " and Priority: " + priorityName(descriptor.priority), debug);
-    calls.push_back({descriptor.callback, phase.id, descriptor.priority});
-    const std::uint32_t answer = answers.at(descriptor.callback);
+    std::uint32_t answer = invalidArgument;
+    if (descriptor.callback != nobody) {
+        calls.push_back({descriptor.callback, phase.id, descriptor.priority});
+        answer = answers.at(descriptor.callback);
+    }
     const bool well = answer < 0x8000;
     module.state = well ? 3 : 9;
     if (!well) {
@@ -279,6 +300,11 @@ std::uint32_t ModuleManagerModel::perform(const std::string &operation, const st
         report(failure, failed);
     }
     return 0;
+}
+
+std::uint32_t ModuleManagerModel::refuse(const std::string &operation, const std::string &message) {
+    function = operation;
+    return report(message, invalidArgument);
 }
 
 void ModuleManagerModel::unInitialize() {

@@ -11,11 +11,13 @@
 
 namespace test {
 
-/// A registry in memory of its own. Names are never null here, and a callback is a number; what it answers is
-/// asked of `answers` when it is called.
+/// A registry in memory of its own. Names are never null here but where an operation says so, and a callback is a
+/// number; what it answers is asked of `answers` when it is called.
 class ModuleManagerModel {
 public:
     using Id = std::uint32_t;
+    /// A callback that is null, or has no function.
+    static constexpr std::size_t nobody = ~std::size_t{0};
 
     struct Call {
         std::size_t callback;
@@ -36,6 +38,8 @@ public:
     std::uint32_t insertPhaseIntoBatch(Id phaseId, Id groupId, Id batchId);
     std::uint32_t registerCallback(Id moduleId, const std::string &name, std::uint32_t channel, std::size_t callback,
                                    std::uint32_t priority, Id batchId, const Filter &filter);
+    /// A callback for all phases of a batch, whose name is null. @param isCopied  receives whether the name is come to.
+    std::uint32_t registerNamelessCallback(Id moduleId, Id batchId, bool &isCopied);
     std::uint32_t unregisterModule(Id id);
     std::uint32_t runGroup(Id groupId, std::uint32_t channel, std::uint32_t option);
     std::uint32_t setModuleState(Id id, std::uint32_t state);
@@ -43,6 +47,9 @@ public:
     std::uint32_t getPhaseName(Id id, std::string &name);
     /// An operation of the reset provider, which gives that answer.
     std::uint32_t perform(const std::string &operation, const std::string &failure, std::uint32_t answer);
+    /// An operation of the classes that was given null.
+    std::uint32_t refuse(const std::string &operation, const std::string &message);
+    static std::string priorityName(std::uint32_t priority);
     std::size_t numberOfModules() const { return modules.size(); }
     void unInitialize();
 

@@ -4,6 +4,8 @@
 
 #include <array>
 #include <iterator>
+#include <limits>
+#include <stdexcept>
 #include <vector>
 
 #include "CModuleManager.h"
@@ -50,6 +52,28 @@ std::uint32_t onIsColdReset(SResetProvider * /*self*/) {
 SResetProvider resetProvider{onReset, onResetInfo, onIsColdReset};
 
 } // namespace
+
+// Null counts as an empty filter, whatever the count beside it.
+ProbeModule::ProbeModule(std::size_t callback, const ModuleWords &words)
+    : ModuleInterface(deferred_registration_tag{}, words.id, words.name, words.channel, words.batch,
+                      words.filter.empty() ? nullptr : words.filter.data(),
+                      static_cast<unsigned int>(words.filter.empty() ? callback : words.filter.size())),
+      m_callback(callback), m_words(words) {}
+
+void ProbeModule::expectItsWords() {
+    EXPECT_EQ(m_words.id, getId());
+    EXPECT_EQ(m_words.name, getName());
+    EXPECT_EQ(m_words.channel, getRadioChannelId());
+    EXPECT_EQ(m_words.batch, getBatchId());
+    ASSERT_EQ(m_words.filter.size(), getNoOfPhaseFilterElements());
+    ASSERT_EQ(m_words.filter.empty(), getPhaseFilter() == nullptr);
+    if (!m_words.filter.empty()) {
+        EXPECT_EQ(m_words.filter,
+                  std::vector<std::uint32_t>(getPhaseFilter(), getPhaseFilter() + m_words.filter.size()));
+    }
+    EXPECT_EQ(static_cast<ModuleInterface *>(this), getCallback()->context);
+    EXPECT_EQ(&ModuleInterface::onPhaseActivationWrapper, getCallback()->function);
+}
 
 EAFResult ProbeModule::onPhaseActivation(unsigned int phaseId, ECallbackPriority priority) {
     return onCall(&probes[m_callback], phaseId, priority);
@@ -121,10 +145,11 @@ void ModuleManagerWalk::registerModule(Id module, const std::string &text) {
     }
     const std::size_t callback = module % numberOfCallbacks;
     constexpr std::uint32_t everyChannel = 100;
-    modules.emplace_back(callback, module, text, everyChannel, module);
+    const std::vector<Id> filter = turns % 8 == 0 ? std::vector<Id>{module, 1, 5} : std::vector<Id>();
+    modules.emplace_back(callback, ModuleWords{module, text, everyChannel, module, filter});
     model.registerModule(module, text);
-    const std::uint32_t expected =
-        model.registerCallback(module, text + "OnPhaseActivation", everyChannel, callback, NORMAL, module, {});
+    const std::uint32_t expected = model.registerCallback(module, text + "OnPhaseActivation", everyChannel, callback,
+                                                          NORMAL, module, {!filter.empty(), filter});
     modules.back().isRegistered = expected < eAF_E_FAILED;
     same(expected, modules.back().RegisterModule());
 }
@@ -133,7 +158,7 @@ void ModuleManagerWalk::unregisterModule(Id module) {
     if (!isClassesTurn()) {
         same(model.unregisterModule(module), CModuleManager_UnregisterModule(module));
     } else if (modules.empty() || turns % 4 == 0) {
-        ProbeModule another(0, module, "another of that id", 1, 0);
+        ProbeModule another(0, {module, "another of that id", 1, 0, {}});
         same(model.unregisterModule(module), CModuleManager::GetInstance().UnRegisterModule(&another));
     } else {
         ProbeModule &last = modules.back();
@@ -162,14 +187,20 @@ void ModuleManagerWalk::registerCallback() {
     static std::uint32_t noPhase = 0;
     std::uint32_t *phases = filter.phases.empty() ? &noPhase : filter.phases.data();
     if (isClassesTurn()) {
-        modules.emplace_back(callback, module, text, onChannel, batch);
+        modules.emplace_back(callback, ModuleWords{module, text, onChannel, batch, {}});
         same(model.registerCallback(module, text + "OnPhaseActivation", onChannel, callback, atPriority, batch, filter),
              modules.back().RegisterCallbackVariant(static_cast<ECallbackPriority>(atPriority), batch,
                                                     filter.given ? phases : nullptr, length));
         return;
     }
-    same(model.registerCallback(module, text, onChannel, callback, atPriority, batch, filter),
-         CModuleManager_RegisterCallback(module, text.c_str(), onChannel, &probes[callback].record,
+    static SModuleCallback hollow{nullptr, nullptr};
+    SModuleCallback *record = &probes[callback].record;
+    if (turns % 16 == 7 || turns % 16 == 15) {
+        record = turns % 16 == 7 ? nullptr : &hollow;
+    }
+    const std::size_t called = record == &probes[callback].record ? callback : ModuleManagerModel::nobody;
+    same(model.registerCallback(module, text, onChannel, called, atPriority, batch, filter),
+         CModuleManager_RegisterCallback(module, text.c_str(), onChannel, record,
                                          static_cast<ECallbackPriority>(atPriority), batch,
                                          filter.given ? phases : nullptr, length));
 }
@@ -276,6 +307,121 @@ void ModuleManagerWalk::query() {
     }
 }
 
+/// What is refused, and what only answers, in whatever state. Takes no choice of its own either.
+void ModuleManagerWalk::odd() {
+    constexpr std::uint32_t noOfOddCalls = 8;
+    const std::uint32_t round = oddCalls / noOfOddCalls;
+    const Id of = ids[round % std::size(ids)];
+    switch (oddCalls++ % noOfOddCalls) {
+    case 0:
+        return withoutNames(of);
+    case 1:
+        return withoutAddresses(of);
+    case 2:
+        return withoutACallbackName(of, ids[round / std::size(ids) % std::size(ids)]);
+    case 3:
+        return withoutAModule();
+    case 4:
+        return withoutAResetProvider();
+    case 5:
+        return askModules(round);
+    case 6:
+        return askForPriorityNames(static_cast<std::int32_t>(round % 10) - 1);
+    default:
+        return askWhatOnlyAnswers();
+    }
+}
+
+void ModuleManagerWalk::withoutNames(Id of) {
+    what = "registrations without a name";
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_RegisterModule(of, nullptr));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_RegisterGroup(of, nullptr));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_RegisterBatch(of, nullptr));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_RegisterPhase(of, nullptr));
+}
+
+void ModuleManagerWalk::withoutAddresses(Id of) {
+    what = "questions without a place for the answer";
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_GetPhaseName(of, nullptr));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_QueryModuleState(of, nullptr));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_GetPriorityName(static_cast<std::int32_t>(of), nullptr));
+}
+
+void ModuleManagerWalk::withoutACallbackName(Id module, Id batch) {
+    what = "RegisterCallback without a name";
+    bool isCopied = false;
+    const std::uint32_t expected = model.registerNamelessCallback(module, batch, isCopied);
+    bool isThrown = false;
+    try {
+        same(expected, CModuleManager_RegisterCallback(module, nullptr, ALL_RADIO_CHANNELS, &probes[0].record, NORMAL,
+                                                       batch, nullptr, 0));
+    } catch (const std::logic_error &) {
+        isThrown = true;
+    }
+    EXPECT_EQ(isCopied, isThrown);
+}
+
+void ModuleManagerWalk::withoutAModule() {
+    what = "classes' calls without a module";
+    CModuleManager &manager = CModuleManager::GetInstance();
+    Id phase = 1;
+    same(model.refuse("RegisterModule", "Try to register null pointer"), manager.RegisterModule(nullptr));
+    same(eAF_E_INVALID_ARGUMENT, manager.UnRegisterModule(nullptr));
+    same(model.refuse("RegisterCallbackVariant", "Try to register null pointer"),
+         manager.RegisterCallbackVariant(nullptr, HIGH, 1, &phase, 1));
+    same(model.refuse("onPhaseActivationWrapper", "Phase activation called with null pointer."),
+         ModuleInterface::onPhaseActivationWrapper(nullptr, phase, HIGH));
+}
+
+void ModuleManagerWalk::withoutAResetProvider() {
+    what = "reset without a provider or a record";
+    resetWords.clear();
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_RegisterResetProvider(nullptr));
+    std::uint32_t word = 70;
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_GetSystemResetInfo(nullptr, &word, 1));
+    same(eAF_E_INVALID_ARGUMENT, CModuleManager_GetSystemResetInfo(&word, nullptr, 1));
+    EXPECT_EQ(70u, word);
+    EXPECT_EQ(model.hasResetProvider ? resetAnswer : 0, CModuleManager_IsColdReset()) << "the provider is kept";
+}
+
+void ModuleManagerWalk::askModules(std::uint32_t round) {
+    what = "what a module was made with";
+    std::vector<Id> filter;
+    for (Id phase = 0; phase < round % 4; ++phase) {
+        filter.push_back(round + phase);
+    }
+    ProbeModule(round % numberOfCallbacks, {round, "Module" + std::to_string(round), round % 5, round / 2, filter})
+        .expectItsWords();
+    if (!modules.empty()) {
+        modules.back().expectItsWords();
+    }
+}
+
+void ModuleManagerWalk::askForPriorityNames(std::int32_t of) {
+    what = "the names of priorities";
+    for (const std::int32_t each :
+         {of, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()}) {
+        const auto number = static_cast<std::uint32_t>(each);
+        const char *name = "left over";
+        same(each > 6 ? eAF_E_FAILED : eAF_S_OK, CModuleManager_GetPriorityName(each, &name));
+        EXPECT_EQ(each > 6 ? "(null)" : ModuleManagerModel::priorityName(number), name != nullptr ? name : "(null)");
+        EXPECT_EQ(ModuleManagerModel::priorityName(number),
+                  getECallbackPriorityName(static_cast<ECallbackPriority>(number)));
+    }
+}
+
+void ModuleManagerWalk::askWhatOnlyAnswers() {
+    what = "what only answers";
+    std::uint32_t word = 70;
+    same(eAF_S_OK, CModuleManager_Start());
+    same(eAF_S_OK, CModuleManager_Stop());
+    same(eAF_E_NOT_IMPLEMENTED, CModuleManager_GetStatistics(&word));
+    same(eAF_E_NOT_IMPLEMENTED, CModuleManager_GetModuleStatisticsByIndex(0, &word));
+    same(eAF_E_NOT_IMPLEMENTED, CModuleManager_GetModuleStatisticsByName("Module1", &word));
+    same(eAF_S_OK, CModuleManager_ResetStatistics());
+    EXPECT_EQ(70u, word);
+}
+
 void ModuleManagerWalk::operate() {
     const std::uint32_t dice = below(100);
     if (dice < 45) {
@@ -325,6 +471,8 @@ void ModuleManagerWalk::step() {
     model.lines.clear();
     model.calls.clear();
 
+    odd();
+    compare();
     operate();
     compare();
     if (model.numberOfModules() == 0 && what == "UnInitialize") {

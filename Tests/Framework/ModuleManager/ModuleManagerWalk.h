@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "Choices.h"
 #include "ModuleInterface.h"
@@ -14,18 +15,29 @@
 
 namespace test {
 
+/// What a module is made with.
+struct ModuleWords {
+    std::uint32_t id;
+    std::string name;
+    std::uint32_t channel;
+    std::uint32_t batch;
+    std::vector<std::uint32_t> filter;
+};
+
 /// A module written as a class, which answers as one of the callbacks does.
 class ProbeModule : public ModuleInterface {
 public:
-    ProbeModule(std::size_t callback, std::uint32_t id, const std::string &name, std::uint32_t onChannel,
-                std::uint32_t batch)
-        : ModuleInterface(deferred_registration_tag{}, id, name, onChannel, batch, nullptr, 0), m_callback(callback) {}
+    ProbeModule(std::size_t callback, const ModuleWords &words);
     EAFResult onPhaseActivation(unsigned int phaseId, ECallbackPriority priority) override;
+
+    /// Whether it tells what it was made with.
+    void expectItsWords();
 
     bool isRegistered = false; ///< By itself.
 
 private:
     std::size_t m_callback;
+    const ModuleWords m_words;
 };
 
 /// One at a time: the module manager is the process's.
@@ -56,7 +68,8 @@ private:
     }
 
     /// Few enough to collide, the edges of signed and unsigned among them.
-    Id id() { return any({0, 1, 2, 5, 0x7FFFFFFF, 0xFFFFFFFE}); }
+    static constexpr Id ids[] = {0, 1, 2, 5, 0x7FFFFFFF, 0xFFFFFFFE};
+    Id id() { return any(ids); }
     std::uint32_t channel() { return any({1, 1, 1, 2, 2, 2, 3, 4, 100, 100, 100, 100, 0, 5, 0xFFFFFFFF}); }
     std::uint32_t priority() { return any({0, 1, 2, 3, 4, 5, 6, 3, 3, 7, 0xFFFFFFFF}); }
     std::string name(const char *kind);
@@ -71,6 +84,15 @@ private:
     void changeAnswers();
     void reset(std::uint32_t chosen);
     void query();
+    void odd();
+    void withoutNames(Id of);
+    void withoutAddresses(Id of);
+    void withoutACallbackName(Id module, Id batch);
+    void withoutAModule();
+    void withoutAResetProvider();
+    void askModules(std::uint32_t round);
+    void askForPriorityNames(std::int32_t of);
+    void askWhatOnlyAnswers();
     void compare();
     void same(std::uint32_t expected, std::uint32_t actual);
 
@@ -82,6 +104,7 @@ private:
     ModuleManagerModel model;
     std::deque<ProbeModule> modules; ///< The registry keeps their records until it is emptied.
     std::uint32_t turns = 0;
+    std::uint32_t oddCalls = 0;
     std::string what;
 };
 
