@@ -60,6 +60,7 @@ AF_API EAFResult CStorageManager_ReassignStorageProviderToLocation(unsigned long
 /// Files a region in the location whose id it carries. From then on the location destructs it, when it is removed or
 /// the manager is uninitialised, and frees it with delete[] where it is marked; until then it must live. A region
 /// whose name is taken there is not filed, and that is a success: it stays the caller's.
+/// @retval eAF_E_INVALID_ARGUMENT  null; not traced.
 /// @retval eAF_E_UNKNOWN_LOCATION  traced.
 /// @retval eAF_E_FAILED            the region's name is empty, or it could not be filed; traced.
 AF_API EAFResult CStorageManager_RegisterRegion(CStorageRegion *region);

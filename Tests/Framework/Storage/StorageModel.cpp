@@ -134,10 +134,16 @@ Expected StorageModel::reserve(unsigned long locationId, unsigned long size) {
     }
     const int number = m_providers[static_cast<std::size_t>(location.provider)].number;
     Expected expected;
-    expected.calls.push_back(std::to_string(number) + ".Reserve " + std::to_string(locationId) + "," +
-                             std::to_string(size));
+    if (number == nothing) {
+        expected.code = eAF_E_NOT_IMPLEMENTED;
+    } else {
+        expected.calls.push_back(std::to_string(number) + ".Reserve " + std::to_string(locationId) + "," +
+                                 std::to_string(size));
+    }
     if (number == failingProvider && locationId == failingLocation) {
         expected.code = eAF_E_STACK_EMPTY;
+    }
+    if (expected.code != eAF_S_OK) {
         expected.failures.push_back("Storage provider reports error when reserving writable size (location id=" +
                                     std::to_string(locationId) + ")");
     }
@@ -150,9 +156,11 @@ Expected StorageModel::perform(const std::string &operation) {
         for (const std::size_t place : provider.locations) {
             const unsigned long id = m_locations[place].id;
             const unsigned long data = operation == "Initialize" ? 0 : id * 10;
-            expected.calls.push_back(std::to_string(provider.number) + "." + operation + " " + std::to_string(id) +
-                                     "," + std::to_string(data));
-            if (provider.number == failingProvider && id == failingLocation) {
+            if (provider.number != nothing) {
+                expected.calls.push_back(std::to_string(provider.number) + "." + operation + " " + std::to_string(id) +
+                                         "," + std::to_string(data));
+            }
+            if (provider.number == nothing || (provider.number == failingProvider && id == failingLocation)) {
                 expected.code = eAF_E_FAILED;
                 expected.failures.push_back("Storage provider failure (provider: P" + std::to_string(provider.number) +
                                             ")");

@@ -34,6 +34,9 @@ public:
         std::vector<Object> objects;
     };
 
+    /// The number of a provider that has none of the operations.
+    static constexpr int nothing = 9;
+
     void registerLocation(unsigned long id, const std::string &name);
     void registerProvider(unsigned long id, int number);
     Expected assign(unsigned long locationId, unsigned long providerId);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "CDatabase.h"
 #include "CStorageManager.h"
 #include "Providers.h"
 #include "TraceRecorder.h"
@@ -18,6 +19,11 @@ StorageWalk::StorageWalk(Choices &theChoices) : choices(theChoices) {
 
 StorageWalk::~StorageWalk() {
     CStorageManager_Uninitialize();
+}
+
+void StorageWalk::forgetTraces() {
+    providerCalls().clear();
+    TraceRecorder::reset(levelOf(eAF_W_WARNING));
 }
 
 void StorageWalk::check(const std::string &what, EAFResult code, const Expected &expected) {
@@ -51,6 +57,9 @@ void StorageWalk::registerRegion() {
     model.name = oneIn(15) ? "" : "R" + std::to_string(below(5));
     model.locationId = someId();
     CStorageRegion *region = tree.region(model.name, model.locationId);
+    if (model.name.empty() && oddCalls % 2 == 0) {
+        CStorageRegion_Construct(region, nullptr, model.locationId); // counts as empty
+    }
     for (std::uint32_t i = below(3); i > 0; --i) {
         model.objects.push_back({"O" + std::to_string(i), {}, {}});
         addObject(model.objects.back(), tree.objectIn(region, model.objects.back().name), 0);
@@ -98,6 +107,11 @@ void StorageWalk::checkContent(const std::string &place, EAFResult expected, con
         << place;
     ASSERT_EQ(expected == eAF_S_OK ? variable->content : &ids, content) << place;
     ASSERT_EQ(expected == eAF_S_OK ? sizeof(std::int32_t) : 0, size) << place;
+    void *const found = content;
+    ASSERT_EQ(expected, isByPath ? CStorageManager_GetVariableContentAddressByPath(place.c_str(), &content, nullptr)
+                                 : CStorageManager_GetVariableContentAddressByName(place.c_str(), &content, nullptr))
+        << place << ", its size not asked for";
+    ASSERT_EQ(found, content) << place;
 }
 
 void StorageWalk::chooseFailure() {
@@ -114,9 +128,83 @@ void StorageWalk::chooseFailure() {
     }
 }
 
+/// Every fifth has no table, or one without entries. Not by choice: the kept inputs of the fuzzer stay what they are.
+void StorageWalk::registerProvider(int number) {
+    static IStorageProvider withoutEntries{};
+    const auto id = static_cast<unsigned long>(number);
+    if (++providersMade % 5 == 0) {
+        check("a provider of nothing",
+              CStorageManager_RegisterStorageProvider(providersMade % 2 == 0 ? nullptr : &withoutEntries, id, "P9"),
+              {});
+        storage.registerProvider(id, StorageModel::nothing);
+        return;
+    }
+    IStorageProvider &table = number == 1 ? FirstProvider::table : SecondProvider::table;
+    const std::string name = "P" + std::to_string(number);
+    check(name, CStorageManager_RegisterStorageProvider(&table, id, name.c_str()), {});
+    storage.registerProvider(id, number);
+}
+
+/// What is refused, and what only answers, in whatever state. Takes no choice of its own either; that nothing has
+/// changed, the operations show that follow.
+void StorageWalk::odd() {
+    constexpr std::uint32_t noOfOddCalls = 7;
+    const Expected refused{eAF_E_INVALID_ARGUMENT, {}, {}};
+    const std::uint32_t round = oddCalls / noOfOddCalls;
+    const unsigned long id = 1 + round / 2 % 4;
+    const char *const nameless = round % 2 == 0 ? nullptr : "";
+    switch (oddCalls++ % noOfOddCalls) {
+    case 0:
+        return check("no location's name", CStorageManager_RegisterLocation(id, nameless, 4, 1), refused);
+    case 1:
+        return check("no provider's name", CStorageManager_RegisterStorageProvider(&FirstProvider::table, id, nameless),
+                     refused);
+    case 2:
+        return check("no region", CStorageManager_RegisterRegion(nullptr), refused);
+    case 3:
+        return check("no region's name", CStorageManager_RemoveRegionFromLocation(nameless, id), refused);
+    case 4:
+        return lookUpNothing(nameless);
+    case 5:
+        return askNullRecords();
+    default:
+        check("Initialize", CStorageManager_Initialize(), {});
+        check("StoreAllWritable", CStorageManager_StoreAllWritable(), {eAF_E_NOT_IMPLEMENTED, {}, {}});
+        return check("InitializeAllProviders", CStorageManager_InitializeAllProviders(), storage.perform("Initialize"));
+    }
+}
+
+void StorageWalk::lookUpNothing(const char *nameless) {
+    const Expected refused{eAF_E_INVALID_ARGUMENT, {}, {}};
+    CVariable *variable = nullptr;
+    check("no path", CStorageManager_GetVariableByPath(nameless, &variable), refused);
+    check("no name", CStorageManager_GetVariableByName(nameless, &variable), refused);
+    check("a path, no place", CStorageManager_GetVariableByPath("R0/O1/V1", nullptr), refused);
+    check("a name, no place", CStorageManager_GetVariableByName("V1", nullptr), refused);
+    void *content = this;
+    unsigned long size = 70;
+    check("no path", CStorageManager_GetVariableContentAddressByPath(nameless, &content, &size), refused);
+    check("no name", CStorageManager_GetVariableContentAddressByName(nameless, &content, &size), refused);
+    check("a path, no place", CStorageManager_GetVariableContentAddressByPath("R0/O1/V1", nullptr, &size), refused);
+    check("a name, no place", CStorageManager_GetVariableContentAddressByName("V1", nullptr, &size), refused);
+    ASSERT_EQ(this, content);
+    ASSERT_EQ(70u, size);
+}
+
+void StorageWalk::askNullRecords() {
+    ASSERT_EQ(0u, CStorageRegion_GetLocationId(nullptr));
+    ASSERT_EQ(0u, CStorageRegion_GetNoOfObjects(nullptr));
+    ASSERT_EQ(0u, CStorageObject_GetNoOfVariables(nullptr));
+    ASSERT_EQ(0u, CDatabase_GetNoOfRegions(nullptr));
+    ASSERT_EQ(0u, CVariable_GetNoOfElements(nullptr));
+    ASSERT_EQ(0u, CVariable_GetType(nullptr));
+    ASSERT_EQ(0u, CVariable_GetAccessType(nullptr));
+}
+
 void StorageWalk::step() {
-    providerCalls().clear();
-    TraceRecorder::reset(levelOf(eAF_W_WARNING));
+    forgetTraces();
+    odd();
+    forgetTraces();
     const unsigned long location = someId();
     const unsigned long provider = 1 + below(3);
     switch (below(12)) {
@@ -125,12 +213,7 @@ void StorageWalk::step() {
         storage.registerLocation(location, "L" + std::to_string(location));
         break;
     case 1:
-        if (provider == 1) {
-            CStorageManager_RegisterStorageProvider(&FirstProvider::table, 1, "P1");
-        } else {
-            CStorageManager_RegisterStorageProvider(&SecondProvider::table, 2, "P2");
-        }
-        storage.registerProvider(provider == 1 ? 1 : 2, provider == 1 ? 1 : 2);
+        registerProvider(provider == 1 ? 1 : 2);
         break;
     case 2:
         check("assign", CStorageManager_AssignStorageProviderToLocation(location, provider),

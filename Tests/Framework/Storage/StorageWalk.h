@@ -31,18 +31,25 @@ private:
     bool oneIn(std::uint32_t chances) { return choices.oneIn(chances); }
     unsigned long someId() { return 1 + below(4); }
 
+    static void forgetTraces();
     void check(const std::string &what, EAFResult code, const Expected &expected);
     void addObject(StorageModel::Object &model, CStorageObject *object, int depth);
     void registerRegion();
     void lookUp();
     void checkContent(const std::string &place, EAFResult expected, const CVariable *variable, bool isByPath);
     void chooseFailure();
+    void registerProvider(int number);
+    void odd();
+    void lookUpNothing(const char *nameless);
+    static void askNullRecords();
 
     Choices &choices;
     StorageTree tree;
     StorageModel storage;
     std::map<const CVariable *, int> ids;
     int lastId = 0;
+    std::uint32_t providersMade = 0;
+    std::uint32_t oddCalls = 0;
 };
 
 } // namespace test
