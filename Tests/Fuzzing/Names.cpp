@@ -62,7 +62,7 @@ void nameAQueue(FuzzInput &input) {
                std::to_string(given));
     port = isRefused ? port : given;
     const std::string bytes = input.text(input.below(400));
-    const std::string suffix = bytes.c_str(); // a NUL ends it
+    const std::string suffix = bytes.substr(0, bytes.find('\0'));
     const std::string whole = "/" + user + "_" + std::to_string(port) + "_" + suffix;
     const std::int32_t size = anySize(input, whole.size());
     const std::string cut = size > 0 ? whole.substr(0, static_cast<std::size_t>(size) - 1) : "";
