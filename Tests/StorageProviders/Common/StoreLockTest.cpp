@@ -1,6 +1,7 @@
 #include "StoreLock.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 #include <vector>
@@ -60,7 +62,8 @@ protected:
 /// A process that holds a store until it is ended.
 class Holder {
 public:
-    explicit Holder(const std::string &store) {
+    /// @param helper  it forks one, which does this and starts no program.
+    explicit Holder(const std::string &store, const std::function<void()> &helper = nullptr) {
         int ready[2];
         if (pipe(ready) != 0) {
             throw std::runtime_error("no pipe");
@@ -70,6 +73,10 @@ public:
             StoreLock lock;
             RecordedReport report;
             const char answer = lock.acquire(store, report) == eAF_S_OK ? 'y' : 'n';
+            if (helper && fork() == 0) {
+                helper();
+                _exit(0);
+            }
             static_cast<void>(!write(ready[1], &answer, 1));
             pause();
             _exit(0);
@@ -136,6 +143,28 @@ TEST_F(StoreLockTest, Acquire_OfAKilledProcesssStore_Succeeds) {
     EXPECT_EQ(std::to_string(getpid()) + "\n", contentOfLockFile());
 }
 
+TEST_F(StoreLockTest, Acquire_OfAKilledProcesssStore_WaitsForTheEndOfAChildThatItForked) {
+    int over[2];
+    ASSERT_EQ(0, pipe(over));
+    ASSERT_EQ(0, prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)) << "the child becomes this process's";
+    Holder holder(m_store, [&over] {
+        char byte = 0;
+        close(over[1]);
+        static_cast<void>(!read(over[0], &byte, 1));
+    });
+    const std::string holdersName = std::to_string(holder.process());
+    holder.end();
+    StoreLock lock;
+    EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, lock.acquire(m_store, m_report));
+    ASSERT_EQ(1u, m_report.texts.size());
+    EXPECT_NE(std::string::npos, m_report.texts[0].find(holdersName)) << m_report.texts[0];
+    close(over[1]);
+    EXPECT_LT(0, waitpid(-1, nullptr, 0));
+    EXPECT_EQ(eAF_S_OK, lock.acquire(m_store, m_report));
+    close(over[0]);
+    prctl(PR_SET_CHILD_SUBREAPER, 0, 0, 0, 0);
+}
+
 TEST_F(StoreLockTest, Acquire_BySomebodyElseOfThisProcess_Fails) {
     StoreLock first;
     ASSERT_EQ(eAF_S_OK, first.acquire(m_store, m_report));
@@ -154,6 +183,16 @@ TEST_F(StoreLockTest, ALockFileThatNamesNobody_IsStillALock) {
     EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, lock.acquire(m_store, m_report));
     ASSERT_EQ(1u, m_report.texts.size());
     EXPECT_NE(std::string::npos, m_report.texts[0].find("(unknown)")) << m_report.texts[0];
+}
+
+TEST_F(StoreLockTest, ALockFileThatCanNotBeRead_IsStillALock) {
+    ASSERT_EQ(0, mkfifo(lockFile().c_str(), 0600)) << "it can be locked, and neither cut nor read at an offset";
+    const Holder holder(m_store);
+    StoreLock lock;
+    EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, lock.acquire(m_store, m_report));
+    EXPECT_FALSE(lock.isHeld());
+    ASSERT_EQ(1u, m_report.texts.size());
+    EXPECT_EQ("the store " + m_store + " is in use by process (unknown): stop it first", m_report.texts[0]);
 }
 
 TEST_F(StoreLockTest, ALongerTextOfAnEarlierHolder_IsReplacedWhole) {
