@@ -1,9 +1,13 @@
 // What is about files: for providers whose stores are such.
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 #include "Conformance.h"
@@ -235,6 +239,121 @@ TEST_F(ProviderFiles, AStoreThatCanOnlyBeRead_IsReadAndRefusesToBeWritten) {
     }
     ASSERT_EQ(eAF_S_OK, provider->setFile(1, file));
     EXPECT_EQ(5, retrieved(eAF_S_OK));
+}
+
+/// A host whose system lets no file grow beyond a limit.
+class ALimitOfFileSizes : public ProviderFiles {
+protected:
+    ALimitOfFileSizes() {
+        variables.set(5);
+        EXPECT_EQ(eAF_S_OK, provider->setFile(1, file));
+        EXPECT_EQ(eAF_S_OK, variables.firmware.store(*provider));
+        provider->close();
+    }
+
+    struct Variables {
+        void set(std::int32_t value) {
+            setValue(number, value);
+            test::setContent(block, std::vector<unsigned char>(size, static_cast<unsigned char>(value)));
+        }
+        bool hold(std::int32_t value) const {
+            return valueOf<std::int32_t>(number) == value &&
+                   test::contentOf(block) == std::vector<unsigned char>(size, static_cast<unsigned char>(value));
+        }
+
+        static constexpr std::uint32_t size = 20000;
+        Firmware firmware;
+        CStorageObject *object = firmware.object("O");
+        CVariable *number = firmware.single(object, "V", TYPE_INT32, 1);
+        CVariable *block = firmware.variable(object, "B", TYPE_UINT8_ARRAY, size, std::vector<unsigned char>(size));
+    };
+
+    static void limit(rlim_t bytes) {
+        rlimit limits{};
+        ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &limits));
+        limits.rlim_cur = std::min(bytes, limits.rlim_max);
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limits));
+    }
+
+    /// Nothing may be written, the file may grow to its half, all but the last byte of it may be there.
+    std::vector<rlim_t> limits() const {
+        const auto whole = static_cast<rlim_t>(fs::file_size(file));
+        return {0, whole / 2, whole - 1};
+    }
+
+    void start() {
+        ASSERT_EQ(eAF_S_OK, provider->setFile(1, file));
+        variables.set(0);
+        ASSERT_EQ(eAF_S_OK, variables.firmware.retrieve(*provider));
+    }
+
+    /// @return how the host's own process ended, as waitpid tells.
+    static int ended(const std::function<void()> &host) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const rlimit noCore{};
+            setrlimit(RLIMIT_CORE, &noCore);
+            host();
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = -1;
+        EXPECT_EQ(child, waitpid(child, &status, 0));
+        return status;
+    }
+
+    /// What the next host finds.
+    void expectStored(std::int32_t value) {
+        start();
+        EXPECT_TRUE(variables.hold(value)) << valueOf<std::int32_t>(variables.number);
+        provider->close();
+    }
+
+    const std::string file = folder.file("s.store");
+    Variables variables;
+};
+
+TEST_F(ALimitOfFileSizes, WhoseSignalIsIgnored_IsACodeAndATraceThatKeepTheOldValues) {
+    for (const rlim_t bytes : limits()) {
+        for (const bool isLifted : {false, true}) {
+            SCOPED_TRACE(std::to_string(bytes) + (isLifted ? " bytes, lifted" : " bytes"));
+            const int status = ended([&] {
+                ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_IGN));
+                start();
+                variables.set(6);
+                TraceRecorder::reset();
+                limit(bytes);
+                EXPECT_EQ(eAF_E_FAILED, variables.firmware.store(*provider));
+                EXPECT_THAT(told(1), Contains(HasSubstr(file)));
+                EXPECT_EQ(eAF_E_FAILED, variables.firmware.store(*provider)) << "it stands in the way still";
+                if (isLifted) {
+                    limit(RLIM_INFINITY);
+                    EXPECT_EQ(eAF_S_OK, variables.firmware.store(*provider));
+                }
+            });
+            EXPECT_EQ(0, status);
+            expectStored(isLifted ? 6 : 5);
+            start();
+            variables.set(5);
+            EXPECT_EQ(eAF_S_OK, variables.firmware.store(*provider));
+            provider->close();
+        }
+    }
+}
+
+TEST_F(ALimitOfFileSizes, WhoseSignalIsNotIgnored_EndsTheHostAndKeepsTheOldValues) {
+    for (const rlim_t bytes : limits()) {
+        SCOPED_TRACE(std::to_string(bytes) + " bytes");
+        const int status = ended([&] {
+            ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_DFL));
+            start();
+            variables.set(6);
+            limit(bytes);
+            variables.firmware.store(*provider);
+        });
+        ASSERT_TRUE(WIFSIGNALED(status)) << status;
+        EXPECT_EQ(SIGXFSZ, WTERMSIG(status));
+        expectStored(5);
+    }
 }
 
 } // namespace
