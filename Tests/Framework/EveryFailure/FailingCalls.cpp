@@ -339,7 +339,7 @@ const std::vector<FailingCall> &failingCalls() {
         {"close", {EBADF, EINTR, EIO, ENOSPC, EDQUOT}, provider, provider},
         {"read", ofReads, provider, file, "SQLite reads with pread"},
         {"write", ofWrites, provider, file, "SQLite writes with pwrite"},
-        {"pread", ofReads, provider, sqlite, "only who does not get the lock reads its holder"},
+        {"pread", ofReads, provider, sqlite, "who does not get the lock reads its holder: StoreLockTest"},
         {"pwrite", ofWrites, provider, provider},
         {"fsync", ofSyncs, provider, provider},
         {"fdatasync", ofSyncs, provider, provider},
@@ -368,7 +368,11 @@ const std::vector<FailingCall> &failingCalls() {
          "SQLite's, for names that do not begin at the root"},
         {"mmap", {EACCES, EAGAIN, EBADF, EINVAL, ENFILE, ENOMEM}, provider, sqlite, "a file is read, and not mapped"},
         {"munmap", {EINVAL}, provider, sqlite, "a file is read, and not mapped"},
-        {"nanosleep", {EINTR}, provider, nobody, "a reader waits so while a host finishes a store"},
+        {"nanosleep",
+         {EINTR},
+         provider,
+         nobody,
+         "a reader waits so while a host is to finish a store: SqliteUnfinishedTest"},
     };
     return calls;
 }

@@ -1,4 +1,5 @@
 // What a host that was killed in the middle of a store leaves, and who rolls it back.
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,6 +75,32 @@ protected:
     std::string contents;
     std::string torn;
     std::string journal;
+};
+
+/// A signal each millisecond while it lives: what waits is interrupted.
+class Interruptions {
+public:
+    Interruptions() {
+        s_number = 0;
+        struct sigaction handler {};
+        handler.sa_handler = [](int /*signal*/) { s_number = s_number + 1; };
+        sigaction(SIGALRM, &handler, &m_before);
+        const itimerval each{{0, 1000}, {0, 1000}};
+        setitimer(ITIMER_REAL, &each, nullptr);
+    }
+    ~Interruptions() {
+        const itimerval never{};
+        setitimer(ITIMER_REAL, &never, nullptr);
+        sigaction(SIGALRM, &m_before, nullptr);
+    }
+    Interruptions(const Interruptions &) = delete;
+    Interruptions &operator=(const Interruptions &) = delete;
+
+    static int number() { return s_number; }
+
+private:
+    static inline volatile std::sig_atomic_t s_number;
+    struct sigaction m_before {};
 };
 
 TEST_F(SqliteUnfinishedTest, AHost_RollsItBackWhenItStarts) {
@@ -152,6 +179,22 @@ TEST_F(SqliteUnfinishedTest, AReader_LeavesItToAHostThatHoldsTheLockAndSaysSo) {
     EXPECT_TRUE(isUntouched());
     host.release();
     EXPECT_EQ(eAF_S_OK, reader.open(Access::readOnly, report)) << "once the host is gone";
+}
+
+TEST_F(SqliteUnfinishedTest, AReaderThatIsInterruptedWhileItWaits_WaitsAsLong) {
+    cutShort();
+    StoreLock host;
+    ASSERT_EQ(eAF_S_OK, host.acquire(std::filesystem::canonical(file), report));
+    SqliteStore reader(file, 1);
+    {
+        const Interruptions interruptions;
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, reader.open(Access::readOnly, report));
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+        EXPECT_GT(Interruptions::number(), 0);
+    }
+    EXPECT_THAT(report.errors(), HasSubstr("is in use by process " + std::to_string(getpid())));
+    EXPECT_TRUE(isUntouched());
 }
 
 TEST_F(SqliteUnfinishedTest, AReaderThatMayNotWriteThere_LeavesItAndSaysWhatToDo) {
