@@ -78,6 +78,13 @@ protected:
         ++deviations;
     }
 
+    void expectAsAnswered(const Step &step, std::uint32_t code) {
+        const std::string held = scenario.notAsAnswered(step, code);
+        if (!held.empty()) {
+            deviates(step, "answered that it has stored " + scenario.inVariables() + ", and the store holds " + held);
+        }
+    }
+
     /// What the step answered whose allocation failed, and what it left.
     void judge(const Step &step, std::uint32_t code, const std::string &before, const std::string &storedBefore) {
         const bool isUsual = code == step.expected;
@@ -98,6 +105,7 @@ protected:
         if (!isUsual && step.isLeftAsDescribed && !step.isLeftAsDescribed(true)) {
             deviates(step, "left the host's variables otherwise than described");
         }
+        expectAsAnswered(step, code);
         if (step.isOfTheStore) {
             const std::string stored = scenario.stored();
             if (stored != storedBefore && stored != scenario.inVariables()) {
@@ -156,6 +164,7 @@ protected:
                     if (again != step.expected) {
                         deviates(step, "answered " + hex(code) + ", and again " + hex(again));
                     }
+                    expectAsAnswered(step, again);
                 }
             }
             ++index;

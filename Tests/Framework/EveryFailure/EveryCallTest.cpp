@@ -121,6 +121,13 @@ protected:
         return {scenario.state(), step.isOfTheStore ? scenario.stored() : std::string()};
     }
 
+    void expectAsAnswered(const Step &step, std::uint32_t code) {
+        const std::string held = scenario.notAsAnswered(step, code);
+        if (!held.empty()) {
+            deviates(step, "answered that it has stored " + scenario.inVariables() + ", and the store holds " + held);
+        }
+    }
+
     /// What the step answered whose call failed, and what it left.
     void judge(const Step &step, std::uint32_t code, const Before &then, std::size_t tracesBefore) {
         const Step::CallFailure *const failure = described(step, failing().name);
@@ -149,6 +156,7 @@ protected:
         if (code != step.expected && step.isLeftAsDescribed && !step.isLeftAsDescribed(false)) {
             deviates(step, "left the host's variables otherwise than described");
         }
+        expectAsAnswered(step, code);
         if (step.isOfTheStore) {
             const std::string stored = scenario.stored();
             // Without its lock a variable is left out of a store that is whole in itself.
@@ -230,6 +238,7 @@ protected:
         if (again != step.expected) {
             deviates(step, "answered " + hex(code) + ", and again " + hex(again));
         }
+        expectAsAnswered(step, again);
         const std::string stored = step.isOfTheStore ? scenario.stored() : scenario.inVariables();
         if (stored != scenario.inVariables() && stored != "none") {
             deviates(step, "was done again, and the store holds " + stored);

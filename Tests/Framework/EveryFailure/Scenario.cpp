@@ -187,6 +187,11 @@ Step &Step::usesTheStore() {
     return *this;
 }
 
+Step &Step::storesWhenItSaysSo() {
+    stores = true;
+    return *this;
+}
+
 Step &Step::isUnansweredWhen(std::function<bool()> what) {
     hadNoEffect = std::move(what);
     return *this;
@@ -368,6 +373,14 @@ std::string Scenario::stored() {
 
 std::string Scenario::inVariables() const {
     return m_backend.keepsFiles ? std::to_string(m_parts->generation()) : "";
+}
+
+std::string Scenario::notAsAnswered(const Step &step, std::uint32_t code) {
+    if (!step.stores || code != eAF_S_OK) {
+        return "";
+    }
+    const std::string held = stored();
+    return held != inVariables() ? held : "";
 }
 
 std::string Scenario::tearDown() {

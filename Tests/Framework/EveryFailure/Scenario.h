@@ -44,6 +44,8 @@ struct Step {
     bool losesWhatTheListRefused = false;
     /// It reads or writes the store: the calls below that may fail it.
     bool isOfTheStore = false;
+    /// When it answers eAF_S_OK the store holds what stands in the host's variables.
+    bool stores = false;
     /// What a host does before it tries again.
     std::function<void()> undo;
     /// Whether it may be done at all: a pump that nobody has fired for would wait for ever.
@@ -78,6 +80,7 @@ struct Step {
     Step &settles(std::function<bool()> what);
     Step &settlesLaterAfter(const char *call);
     Step &usesTheStore();
+    Step &storesWhenItSaysSo();
     Step &isUnansweredWhen(std::function<bool()> what);
     Step &onCall(const char *call, std::vector<std::uint32_t> codes, const char *trace = nullptr);
 };
@@ -122,6 +125,9 @@ public:
 
     /// What a store would hold that has taken everything that stands in the host's variables.
     std::string inVariables() const;
+
+    /// @return what the store holds other than it is to after the step has answered so; empty when nothing.
+    std::string notAsAnswered(const Step &step, std::uint32_t code);
 
     /// After the last step, or instead of those that are left: whatever is still there is taken down, also when a step
     /// did not do what it should.

@@ -122,7 +122,8 @@ void Scenario::addStores() {
             p.setGeneration(generation);
             return CStorageManager_StoreAll();
         });
-        step.leavesOnly([&p, generation](bool /*isOutOfMemory*/) { return p.generation() == generation; });
+        step.storesWhenItSaysSo().leavesOnly(
+            [&p, generation](bool /*isOutOfMemory*/) { return p.generation() == generation; });
         if (m_backend.keepsFiles) {
             step.onCall("pthread_mutex_lock", {eAF_E_FAILED});
         }
