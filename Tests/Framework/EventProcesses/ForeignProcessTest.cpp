@@ -160,6 +160,7 @@ TEST_F(ForeignProcess, KilledWhileItSends_LeavesNoHalfOfAMessage) {
     std::minstd_rand random; // NOLINT(cert-msc51-cpp,cert-msc32-c): the same moments each time
     std::uintptr_t own = 0;
     std::uintptr_t foreign = 0;
+    unsigned kills = 0;
     for (int round = 0; round < rounds(); ++round) {
         {
             ChildProgram flood(FOREIGN_PROGRAM, {"flood", listener.queue(), std::to_string(foreignEvent)});
@@ -169,6 +170,7 @@ TEST_F(ForeignProcess, KilledWhileItSends_LeavesNoHalfOfAMessage) {
             usleep(static_cast<useconds_t>(random() % 1500));
             flood.send(SIGKILL);
             ASSERT_EQ(-SIGKILL, flood.exitCode()) << flood.errors();
+            ++kills;
         }
         ++own;
         ASSERT_EQ(eAF_S_OK, CEventHandler_FireEventWithData(ownEvent, dataOf(own)));
@@ -179,7 +181,7 @@ TEST_F(ForeignProcess, KilledWhileItSends_LeavesNoHalfOfAMessage) {
     listener.end();
     EXPECT_EQ(0u, listener.faults()) << "1, 2, 3, ... of each program, whole, up to its end";
     EXPECT_GE(foreign, static_cast<std::uintptr_t>((rounds() + 1) / 2));
-    std::printf("%d kills while sending, %zu foreign messages: %u faults\n", rounds(), foreign, listener.faults());
+    std::printf("%u kills while sending, %zu foreign messages: %u faults\n", kills, foreign, listener.faults());
 }
 
 TEST_F(ForeignProcess, AReader_GetsWhatItTookAndTheListenerTheRest) {
