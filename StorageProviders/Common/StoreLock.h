@@ -9,9 +9,9 @@
 
 namespace storage {
 
-/// A lock on "<store>.lock", which holds the owner's process id. It goes with the process, however that ends, and with
-/// the last child that the process forked meanwhile and that did not start a program: such a child has the open file
-/// too. The file stays.
+/// A lock on "<store>.lock", which holds the owner's process id. It belongs to the open file: it goes with the process,
+/// however that ends, unless a child that it forked meanwhile, and that called no exec, has the file open too. The file
+/// stays.
 class StoreLock {
 public:
     StoreLock() = default;

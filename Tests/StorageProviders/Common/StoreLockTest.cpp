@@ -62,7 +62,7 @@ protected:
 /// A process that holds a store until it is ended.
 class Holder {
 public:
-    /// @param helper  it forks one, which does this and starts no program.
+    /// @param helper  what a child does that it forks, without an exec.
     explicit Holder(const std::string &store, const std::function<void()> &helper = nullptr) {
         int ready[2];
         if (pipe(ready) != 0) {
