@@ -15,7 +15,7 @@ enum class Access {
 };
 
 /// Each operation tells the report what it met, and returns
-///   eAF_E_INITIALIZATION_ERROR  the folder is missing, or the file can not be opened
+///   eAF_E_INITIALIZATION_ERROR  the folder is missing, the name can not be followed, or the file can not be opened
 ///   eAF_E_INVALID_ARGUMENT      the file is not such a store; it is left alone
 ///   eAF_E_WRONG_ACCESS          the file or its disk is read-only
 ///   eAF_E_ALREADY_INITIALIZED   another process holds the store

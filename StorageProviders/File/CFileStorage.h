@@ -16,6 +16,8 @@ AF_EXTERN_C_BEGIN
 /// @param fileName  copied; its folder must exist, the file is made by the first store.
 /// @retval eAF_E_INVALID_ARGUMENT     null or empty name, or another location's.
 /// @retval eAF_E_ALREADY_INITIALIZED  the location's store is open.
+/// @retval eAF_E_INITIALIZATION_ERROR the name can not be followed: the system does not tell where one of its links
+///                                    leads, or the process's folder. The location keeps what it had.
 AF_API EAFResult CFileStorage_SetFile(unsigned long locationId, const char *fileName);
 
 /// @return the table for CStorageManager_RegisterStorageProvider; it lives as long as the library.

@@ -231,6 +231,24 @@ TEST_F(StoreTool, AnEmptyName_IsUsage) {
     EXPECT_FALSE(fs::exists(in(".lock")));
 }
 
+TEST_F(StoreTool, ANameThatCanNotBeFollowed_IsUnreadableAndSaysWhere) {
+    make("a", true, radio());
+    ASSERT_EQ(0, tool("dump a a.json").exitCode);
+    fs::create_symlink("loop", in("loop"));
+    for (const char *command : {"list loop", "get loop P", "dump a loop", "load loop a.json --kind file",
+                                "load loop a.json --kind sqlite", "verify loop", "convert a loop --kind file"}) {
+        const Outcome outcome = tool(command);
+        EXPECT_EQ(5, outcome.exitCode) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("the name loop can not be followed, because where ")) << command;
+        EXPECT_THAT(outcome.err, HasSubstr("loop leads can not be told (Too many levels of symbolic links)"));
+    }
+    EXPECT_FALSE(fs::exists(in("loop.lock")));
+    EXPECT_TRUE(fs::is_symlink(in("loop")));
+    const std::string longest(255, 'n');
+    make("a", false, radio());
+    EXPECT_EQ(0, tool("dump a " + longest).exitCode) << "no part of the store is named so: " << longest;
+}
+
 bool hasOpen(const fs::path &process, const fs::path &file) {
     std::error_code error;
     for (fs::directory_iterator entry(process / "fd", error), end; entry != end; entry.increment(error)) {

@@ -134,9 +134,17 @@ OpenStore readPatiently(const StoreName &name, Kind kind, Location location) {
     }
 }
 
+std::string resolved(const std::string &file) {
+    const storage::ResolvedName name = storage::resolveName(file);
+    if (!name.problem.empty()) {
+        throw Fault(ExitUnreadable, name.problem);
+    }
+    return name.file;
+}
+
 /// The generation before, which lies beside the file itself where the name is a link.
 std::string beforeOf(const std::string &file) {
-    return storage::resolvedName(file) + ".1";
+    return resolved(file) + ".1";
 }
 
 /// Opening a pipe would wait for its other end.
@@ -215,11 +223,12 @@ bool isSameFile(const std::string &one, const std::string &other) {
 }
 
 bool isPartOf(const std::string &file, const StoreName &store) {
-    const std::string path = storage::resolvedName(file);
-    for (const std::string &name : {store.file, storage::resolvedName(store.file)}) {
+    const std::string path = resolved(file);
+    for (const std::string &name : {store.file, resolved(store.file)}) {
         for (const char *suffix : {"", ".1", ".new", ".lock", "-journal", "-wal", "-shm"}) {
             const std::string part = name + suffix;
-            if (path == storage::resolvedName(part) || isSameFile(file, part)) {
+            // A part whose own name is too long is not there.
+            if (path == storage::resolveName(part).file || isSameFile(file, part)) {
                 return true;
             }
         }

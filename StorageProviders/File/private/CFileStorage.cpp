@@ -15,7 +15,7 @@ namespace {
 VoxTrace &fileTrace = *new VoxTrace("ZEL.AF.STOR.FILE", 3, 256);
 storage::StorageProvider &theProvider =
     *new storage::StorageProvider(fileTrace, [](unsigned long /*locationId*/, const std::string &file) {
-        return std::make_unique<storage::FileStore>(file);
+        return std::make_unique<storage::FileStore>(storage::ResolvedName{file, {}}); // SetFile has resolved it
     });
 
 storage::StorageProvider &provider() {
@@ -54,7 +54,12 @@ EAFResult CFileStorage_SetFile(unsigned long locationId, const char *fileName) {
         return provider().setFile(locationId, fileName);
     }
     try {
-        const std::string file = storage::resolvedName(fileName);
+        const storage::ResolvedName name = storage::resolveName(fileName);
+        if (!name.problem.empty()) {
+            logRefusal(name.problem.c_str());
+            return eAF_E_INITIALIZATION_ERROR;
+        }
+        const std::string &file = name.file;
         if (isTaken(locationId, file)) {
             logRefusal(("the file " + file + " of the storage location " + std::to_string(locationId) +
                         " is another location's, or one that it keeps beside its own: name another file")

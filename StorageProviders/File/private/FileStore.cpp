@@ -4,10 +4,8 @@
 
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <utility>
 
 #include "PlainFile.h"
@@ -15,51 +13,6 @@
 #include "VariableType.h"
 
 namespace storage {
-
-namespace {
-
-constexpr unsigned mostLinks = 40; // as many as the system follows
-
-/// @return what a link points to; empty when it is none.
-std::string targetOf(const std::string &path) {
-    std::array<char, PATH_MAX> target{};
-    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
-    if (length < 0 && errno == ENOMEM) {
-        throw std::bad_alloc(); // a link that was not followed would be replaced
-    }
-    return {target.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
-}
-
-} // namespace
-
-std::string resolvedName(const std::string &file) {
-    std::string rest = file;
-    if (file.rfind('/', 0) != 0) {
-        std::array<char, PATH_MAX> folder{};
-        if (getcwd(folder.data(), folder.size()) == nullptr) {
-            return file;
-        }
-        rest.insert(0, "/").insert(0, folder.data());
-    }
-    // Step by step from the root: nothing needs to be there, neither the file nor what a link points to.
-    std::string resolved;
-    for (unsigned links = 0; !rest.empty();) {
-        const std::string step = rest.substr(0, rest.find('/'));
-        rest.erase(0, step.size() + 1);
-        if (step == "..") {
-            resolved.erase(resolved.empty() ? 0 : resolved.rfind('/'));
-        } else if (!step.empty() && step != ".") {
-            const std::size_t folder = resolved.size();
-            resolved.append("/").append(step);
-            const std::string target = targetOf(resolved);
-            if (!target.empty() && ++links <= mostLinks) {
-                resolved.resize(target.front() == '/' ? 0 : folder);
-                rest.insert(0, "/").insert(0, target);
-            }
-        }
-    }
-    return resolved.empty() ? "/" : resolved;
-}
 
 /// What a file held, and what the checks said of it.
 struct FileStore::Image {
@@ -88,8 +41,9 @@ struct FileStore::Choice {
     }
 };
 
-FileStore::FileStore(const std::string &file)
-    : m_name(resolvedName(file)), m_before(m_name + ".1"), m_new(m_name + ".new"), m_folder(folderOf(m_name)) {}
+FileStore::FileStore(ResolvedName name)
+    : m_name(std::move(name.file)), m_problem(std::move(name.problem)), m_before(m_name + ".1"), m_new(m_name + ".new"),
+      m_folder(folderOf(m_name)) {}
 
 EAFResult FileStore::failed(const std::string &doing, int error, Report &report) const {
     report.add(Severity::error, doing + " failed (" + std::strerror(error) + "): " + adviceFor(error));
@@ -99,6 +53,10 @@ EAFResult FileStore::failed(const std::string &doing, int error, Report &report)
 EAFResult FileStore::open(Access access, Report &report) {
     if (m_isOpen) {
         return eAF_S_OK;
+    }
+    if (!m_problem.empty()) {
+        report.add(Severity::error, m_problem);
+        return eAF_E_INITIALIZATION_ERROR;
     }
     struct UnlockUnlessOpen {
         FileStore &store;
@@ -278,7 +236,7 @@ EAFResult FileStore::setAside(const Generation &generation, Severity severity, R
         return eAF_E_FAILED;
     }
     std::string aside;
-    int error = firstFree(m_name + ".damaged-", aside);
+    int error = firstFree(m_name + ".damaged-", {}, aside);
     if (error == 0 && std::rename(generation.file.c_str(), aside.c_str()) != 0) {
         error = errno;
     }

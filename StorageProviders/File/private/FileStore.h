@@ -9,17 +9,17 @@
 
 #include "FileFormat.h"
 #include "StoreLock.h"
+#include "StoreNames.h"
 #include "VariableStore.h"
 
 namespace storage {
 
-/// @return the name without symbolic links and dots, from the root on, as far as its folders are there. A store
-/// replaces its file by renaming: a link is followed once, here, or it would be what is replaced.
-std::string resolvedName(const std::string &file);
-
 class FileStore : public VariableStore {
 public:
-    explicit FileStore(const std::string &file);
+    /// A store replaces its file by renaming: a link is followed once, here, or it would be what is replaced. Where
+    /// that fails each open says so.
+    explicit FileStore(const std::string &file) : FileStore(resolveName(file)) {}
+    explicit FileStore(ResolvedName name);
 
     EAFResult open(Access access, Report &report) override;
     using VariableStore::read;
@@ -58,8 +58,9 @@ private:
     EAFResult failed(const std::string &doing, int error, Report &report) const;
 
     std::string m_name;
-    std::string m_before; ///< The generation before.
-    std::string m_new;    ///< The one in the making; no reader looks at it.
+    std::string m_problem; ///< Why the name could not be resolved; empty when it could.
+    std::string m_before;  ///< The generation before.
+    std::string m_new;     ///< The one in the making; no reader looks at it.
     std::string m_folder;
     StoreLock m_lock;
     Access m_access = Access::readOnly;

@@ -145,16 +145,6 @@ bool isThere(const std::string &name) {
     return lstat(name.c_str(), &status) == 0;
 }
 
-int firstFree(const std::string &beginning, std::string &name) {
-    struct stat status {};
-    for (unsigned number = 1;; ++number) {
-        name = beginning + std::to_string(number);
-        if (lstat(name.c_str(), &status) != 0) {
-            return errno == ENOENT ? 0 : errno;
-        }
-    }
-}
-
 bool isLostOnDisk(int error) {
     return error == EIO || error == EBADMSG || error == EUCLEAN;
 }

@@ -46,10 +46,6 @@ int syncFolder(int folder);
 std::string folderOf(const std::string &file);
 bool isThere(const std::string &name);
 
-/// @param name  receives the beginning with the first number behind it that no file has.
-/// @return 0, or the error: whether a file has it can not be told.
-int firstFree(const std::string &beginning, std::string &name);
-
 /// Whether the disk did not give back what was written to it.
 bool isLostOnDisk(int error);
 

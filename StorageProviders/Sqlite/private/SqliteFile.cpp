@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Statement.h"
+#include "StoreNames.h"
 #include "StorePath.h"
 #include "StoreTable.h"
 
@@ -29,14 +30,18 @@ public:
 
 } // namespace
 
-std::shared_ptr<SqliteFile> SqliteFile::of(const std::string &name, Access access) {
+std::shared_ptr<SqliteFile> SqliteFile::of(const std::string &name, Access access, Report &report) {
     // Never destroyed: providers may still close their stores while the process exits.
     static auto &files = *new std::map<std::pair<std::string, Access>, std::weak_ptr<SqliteFile>>;
-    const std::string path = pathOf(name);
-    std::weak_ptr<SqliteFile> &known = files[{path, access}];
+    const ResolvedName path = resolveName(name); // SQLite would take names like "file:x" for something else
+    if (!path.problem.empty()) {
+        report.add(Severity::error, path.problem);
+        return nullptr;
+    }
+    std::weak_ptr<SqliteFile> &known = files[{path.file, access}];
     std::shared_ptr<SqliteFile> file = known.lock();
     if (file == nullptr) {
-        file = std::make_shared<SqliteFile>(name, path, access);
+        file = std::make_shared<SqliteFile>(name, path.file, access);
         known = file;
     }
     return file;
@@ -352,14 +357,18 @@ EAFResult SqliteFile::giveUp(const Failure &met, const std::string &problem, Pur
 }
 
 EAFResult SqliteFile::setAside(const std::string &damage, Report &report) {
-    const std::string aside = freeName(m_path);
+    std::string aside;
+    int error = firstFree(m_path + ".damaged-", endOfJournal, aside);
     const std::string text = m_name + ": " + damage + "; it is kept as " + aside +
                              ", and the store is empty now; `sqlite3 " + aside + " .dump` may still show its values";
     const std::string journal = journalOf(m_path);
     const std::string journalAside = journalOf(aside);
-    if (std::rename(m_path.c_str(), aside.c_str()) != 0) {
+    if (error == 0 && std::rename(m_path.c_str(), aside.c_str()) != 0) {
+        error = errno;
+    }
+    if (error != 0) {
         return fail(eAF_E_FAILED,
-                    damage + "; it could not be renamed to " + aside + " (" + std::strerror(errno) +
+                    damage + "; it could not be renamed to " + aside + " (" + std::strerror(error) +
                         "), so nothing was changed; make its folder writable or move it away",
                     report);
     }

@@ -25,8 +25,8 @@ public:
     enum class Purpose { read, write };
 
     /// @return the one object of this process for a file, however its name is spelled; it lives as long as someone
-    ///         holds it.
-    static std::shared_ptr<SqliteFile> of(const std::string &name, Access access);
+    ///         holds it. Null where the name can not be resolved, which was reported.
+    static std::shared_ptr<SqliteFile> of(const std::string &name, Access access, Report &report);
 
     SqliteFile(std::string name, std::string path, Access access);
     ~SqliteFile();

@@ -46,7 +46,10 @@ EAFResult SqliteStore::open(Access access, Report &report) {
     if (m_file != nullptr) {
         return eAF_S_OK;
     }
-    std::shared_ptr<SqliteFile> file = SqliteFile::of(m_name, access);
+    std::shared_ptr<SqliteFile> file = SqliteFile::of(m_name, access, report);
+    if (file == nullptr) {
+        return eAF_E_INITIALIZATION_ERROR;
+    }
     const EAFResult result = file->open(report);
     if (result < eAF_E_FAILED) {
         m_generation = file->generation();
@@ -262,7 +265,10 @@ int SqliteStore::insertRow(Statement &insert, const ValueView &value, std::strin
 
 EAFResult SqliteStore::locations(const std::string &file, std::vector<unsigned long> &locationIds, Report &report) {
     locationIds.clear();
-    const std::shared_ptr<SqliteFile> shared = SqliteFile::of(file, Access::readOnly);
+    const std::shared_ptr<SqliteFile> shared = SqliteFile::of(file, Access::readOnly, report);
+    if (shared == nullptr) {
+        return eAF_E_INITIALIZATION_ERROR;
+    }
     const EAFResult opened = shared->open(report);
     if (opened >= eAF_E_FAILED) {
         return opened;

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,6 +12,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +40,11 @@ std::size_t callNamed(const std::string &name) {
     const auto &calls = test::failingCalls();
     return static_cast<std::size_t>(
         std::find_if(calls.begin(), calls.end(), [&](const auto &each) { return name == each.name; }) - calls.begin());
+}
+
+std::string bytesOf(const std::string &file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 class KeptReport : public storage::Report {
@@ -111,6 +120,133 @@ TEST_F(FoundByFailures, AnSqliteStoreThatCouldNotBeOpenedForWritingOnce_TakesThe
         EXPECT_EQ(eAF_S_OK, store.read(found, report));
         EXPECT_EQ(eAF_S_OK, store.write(values, report)) << std::strerror(error) << ": " << report.texts;
     }
+}
+
+/// Each number was taken for free whose file could not be looked for, and what was set aside before was renamed over.
+TEST_F(FoundByFailures, AnSqliteStoreThatIsSetAsideTwice_ReplacesNothing) {
+    const auto damage = [this](char with) {
+        std::filesystem::remove(file + "-journal");
+        std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+        stream.seekp(100);
+        stream << std::string(60, with);
+        return stream.flush().good();
+    };
+    const auto open = [this] {
+        SqliteStore store(file, 1);
+        const EAFResult opened = store.open(Access::readWrite, report);
+        return opened < eAF_E_FAILED ? store.write(values, report) : opened;
+    };
+    ASSERT_TRUE(damage('\xFE'));
+    ASSERT_EQ(eAF_S_OK, open());
+    const std::string earlier = bytesOf(file + ".damaged-1");
+    ASSERT_THAT(earlier, HasSubstr(std::string(60, '\xFE')));
+    for (const int error : {EIO, EACCES, ENOMEM, ELOOP}) {
+        for (std::uint64_t number = 0;; ++number) {
+            SCOPED_TRACE("lstat " + std::to_string(number) + ": " + std::strerror(error));
+            ASSERT_TRUE(damage('\xFD'));
+            const std::string damaged = bytesOf(file);
+            report.texts.clear();
+            FailingCalls::fail(callNamed("lstat"), FailingCalls::Thread::test, number, error);
+            EAFResult result = eAF_S_OK;
+            {
+                const FailingCalls::Counted counted;
+                SqliteStore store(file, 1);
+                result = store.open(Access::readWrite, report);
+            }
+            const bool hasFailed = FailingCalls::failures() > 0;
+            FailingCalls::failNone();
+            EXPECT_EQ(earlier, bytesOf(file + ".damaged-1"));
+            if (hasFailed) {
+                EXPECT_NE(eAF_S_OK, result);
+                EXPECT_EQ(damaged, bytesOf(file)) << "it stays where it is";
+                EXPECT_THAT(report.texts, HasSubstr(std::strerror(error)));
+            } else {
+                EXPECT_EQ(eAF_S_OK, result);
+                EXPECT_EQ(damaged, bytesOf(file + ".damaged-2"));
+                EXPECT_GE(number, 5u) << "names in the path, the two of each number";
+            }
+            std::filesystem::remove(file + ".damaged-2");
+            EXPECT_EQ(eAF_S_OK, open());
+            std::filesystem::remove(file + ".damaged-2");
+            if (!hasFailed || HasFailure()) {
+                break;
+            }
+        }
+    }
+}
+
+/// A link that was taken for the file itself had the lock beside it, and the database where it led: two hosts held a
+/// lock each, and wrote one file.
+TEST_F(FoundByFailures, AnSqliteStoreBehindALinkThatCouldNotBeReadOnce_HasNoSecondOwner) {
+    const std::string target = folder.name() + "/data/target";
+    const std::string link = folder.name() + "/link";
+    std::filesystem::create_directory(folder.name() + "/data");
+    std::filesystem::create_symlink("data/target", link);
+    for (const std::string &name : {link, std::filesystem::relative(link).string()}) {
+        for (const char *call : {"readlink", "getcwd"}) {
+            for (const int error : {EIO, EACCES, ENOMEM}) {
+                std::uint64_t number = 0;
+                for (bool hasFailed = true; hasFailed; ++number) {
+                    SCOPED_TRACE(name + ", " + call + " " + std::to_string(number) + ": " + std::strerror(error));
+                    report.texts.clear();
+                    SqliteStore owner(name, 1);
+                    EAFResult result = eAF_S_OK;
+                    FailingCalls::fail(callNamed(call), FailingCalls::Thread::test, number, error);
+                    try {
+                        const FailingCalls::Counted counted;
+                        result = owner.open(Access::readWrite, report);
+                    } catch (const std::bad_alloc &) {
+                        result = eAF_E_OUT_OF_MEMORY;
+                    }
+                    hasFailed = FailingCalls::failures() > 0;
+                    FailingCalls::failNone();
+                    EXPECT_FALSE(std::filesystem::exists(link + ".lock"));
+                    if (hasFailed) {
+                        EXPECT_EQ(error == ENOMEM ? eAF_E_OUT_OF_MEMORY : eAF_E_INITIALIZATION_ERROR, result);
+                        EXPECT_TRUE(error == ENOMEM ||
+                                    report.texts.find("the name " + name + " can not be") != std::string::npos)
+                            << report.texts;
+                        EXPECT_EQ(eAF_S_OK, owner.open(Access::readWrite, report)) << "the same store, once it can";
+                    }
+                    EXPECT_EQ(eAF_S_OK, owner.write(values, report));
+                    storage::StoreLock other;
+                    EXPECT_EQ(eAF_E_ALREADY_INITIALIZED, other.acquire(target, report));
+                    std::filesystem::remove(target); // the next link leads to no file again
+                }
+                const bool isMade = std::strcmp(call, "readlink") == 0 || name != link;
+                EXPECT_EQ(isMade, number > 1) << call << " " << number;
+            }
+        }
+    }
+}
+
+/// What others added to a database may make SQLite put aside more than its buffers hold. It would look for a folder
+/// that takes files, with access, and fail where the controller has none: it does so in memory.
+TEST_F(FoundByFailures, AnSqliteStoreThatNeedsRoomForItsOwnWork_AsksForNoFolder) {
+    sqlite3 *database = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &database));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(database,
+                                      "CREATE TABLE log(id INTEGER PRIMARY KEY, text);"
+                                      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<2000)"
+                                      " INSERT INTO log(text) SELECT zeroblob(500) FROM n;"
+                                      "CREATE TRIGGER noted AFTER UPDATE ON variable BEGIN"
+                                      " UPDATE log SET text=zeroblob(501); END;",
+                                      nullptr, nullptr, nullptr));
+    EXPECT_EQ(SQLITE_OK, sqlite3_close(database));
+    StoredValues changed = values;
+    changed[0].content[0] = 9;
+    FailingCalls::fail(callNamed("access"), FailingCalls::Thread::test, 0, EACCES);
+    StoredValues found;
+    {
+        const FailingCalls::Counted counted;
+        SqliteStore store(file, 1);
+        EXPECT_EQ(eAF_S_OK, store.open(Access::readWrite, report));
+        EXPECT_EQ(eAF_S_OK, store.write(changed, report)) << report.texts;
+        EXPECT_EQ(eAF_S_OK, store.read(found, report));
+    }
+    EXPECT_EQ(changed, found);
+    EXPECT_EQ(0u, FailingCalls::counted(callNamed("access"), FailingCalls::Thread::test));
+    FailingCalls::failNone();
 }
 
 /// A thread that is not detached keeps its stack for ever: nobody joins it.

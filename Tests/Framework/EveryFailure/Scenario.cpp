@@ -244,7 +244,8 @@ const Backend &fileBackend() {
 // The scenario
 
 Scenario::Scenario(const Backend &backend, std::string folder)
-    : m_backend(backend), m_folder(std::move(folder)), m_store(m_folder + "/store"), m_parts(new Parts) {
+    : m_backend(backend), m_folder(std::move(folder)), m_store(m_folder + "/store"), m_link(m_folder + "/link"),
+      m_name(fs::proximate(m_link).string()), m_parts(new Parts) {
     useOwnServerPort();
     addFramework();
     addModules();
@@ -358,7 +359,7 @@ std::string Scenario::stored() {
     fs::create_directory(copies);
     for (const auto &entry : fs::directory_iterator(m_folder)) {
         const std::string name = entry.path().filename().string();
-        if (entry.is_regular_file() && name.find(".lock") == std::string::npos) {
+        if (!entry.is_symlink() && entry.is_regular_file() && name.find(".lock") == std::string::npos) {
             fs::copy_file(entry.path(), fs::path(copies) / name);
         }
     }
@@ -437,6 +438,13 @@ std::string Scenario::tearDown() {
         for (const std::string &name : possibleNames(listener->name)) {
             closeQueues(name);
             mq_unlink(name.c_str());
+        }
+    }
+    if (m_backend.keepsFiles) {
+        left += fs::is_symlink(m_link) ? "" : "no link where the host's was ";
+        for (const auto &entry : fs::directory_iterator(m_folder)) {
+            const std::string name = entry.path().filename().string();
+            left += name.rfind("link", 0) == 0 && name != "link" ? name + " beside the link " : "";
         }
     }
     // Each life begins with records and stores that nobody has touched.

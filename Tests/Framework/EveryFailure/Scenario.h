@@ -158,6 +158,8 @@ private:
     const Backend &m_backend;
     std::string m_folder;
     std::string m_store;
+    std::string m_link; ///< To the store.
+    std::string m_name; ///< Of the link, as the host knows it: from its own folder on.
     std::vector<Step> m_steps;
     Parts *m_parts;
 };

@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -21,7 +22,7 @@ bool damage(const std::string &store) {
     bool isDamaged = false;
     for (const auto &entry : fs::directory_iterator(fs::path(store).parent_path())) {
         const bool isLock = entry.path().extension() == ".lock";
-        if (!isLock && entry.is_regular_file() && entry.file_size() > behindTheBeginning) {
+        if (!isLock && !entry.is_symlink() && entry.is_regular_file() && entry.file_size() > behindTheBeginning) {
             std::fstream file(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
             file.seekp(behindTheBeginning);
             file << std::string(60, '\xFE');
@@ -75,9 +76,12 @@ void Scenario::addStorage() {
 
 void Scenario::addSetFile() {
     Step &named = add(m_backend.operations[Backend::setFileName],
-                      [this] { return m_backend.setFile(Parts::locationId, m_store.c_str()); });
+                      [this] { return m_backend.setFile(Parts::locationId, m_name.c_str()); });
     if (m_backend.keepsFiles) {
-        named.needs().onCall("readlink", {eAF_S_OK, eAF_E_OUT_OF_MEMORY}); // a link that the kernel has no memory for
+        named.needs().after([this] { return symlink("store", m_link.c_str()) == 0 || errno == EEXIST; });
+        for (const char *call : {"readlink", "getcwd"}) {
+            named.onCall(call, {eAF_E_INITIALIZATION_ERROR, eAF_E_OUT_OF_MEMORY}); // where there is no memory for it
+        }
     }
 }
 

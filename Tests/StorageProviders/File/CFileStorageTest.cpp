@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -84,6 +86,38 @@ TEST_F(CFileStorageTest, SetFile_TakesANameThatIsShorterThanWhatIsKeptBesideIt) 
     EXPECT_EQ(eAF_S_OK, CFileStorage_SetFile(1, "/s"));
     EXPECT_EQ(eAF_S_OK, CFileStorage_SetFile(2, "/.1")) << "it is beside no file that has a name";
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CFileStorage_SetFile(3, "/s.1"));
+}
+
+TEST_F(CFileStorageTest, SetFile_OfANameThatCanNotBeFollowed_IsRefusedAndTheLocationKeepsItsFile) {
+    ASSERT_EQ(eAF_S_OK, CFileStorage_SetFile(1, in("s").c_str()));
+    fs::create_symlink("t", in("link"));
+    for (const int error : {EIO, EACCES}) {
+        TraceRecorder::reset();
+        {
+            SystemCalls calls(folder.name());
+            calls.failEach("readlink link", error);
+            EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, CFileStorage_SetFile(1, in("link").c_str()));
+        }
+        const char *advice =
+            error == EIO ? "its disk failed: see the kernel's log" : "let the process search its folders";
+        EXPECT_THAT(said(1),
+                    ElementsAre("the name " + in("link") + " can not be followed, because where " + in("link") +
+                                " leads can not be told (" + std::strerror(error) + "): " + advice));
+    }
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CFileStorage_SetFile(2, in("s").c_str())) << "which is still the first one's";
+    EXPECT_EQ(eAF_S_OK, CFileStorage_SetFile(1, in("link").c_str())) << "once it can";
+    EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CFileStorage_SetFile(2, in("t").c_str()));
+}
+
+/// Resolved once: a later failure would leave the location without its store.
+TEST_F(CFileStorageTest, AFileThatWasNamed_IsNotAskedForItsLinksAgain) {
+    StoredNumbers region(1);
+    SystemCalls calls(folder.name());
+    ASSERT_EQ(eAF_S_OK, CFileStorage_SetFile(1, in("s").c_str()));
+    EXPECT_THAT(calls.calls(), ElementsAre("readlink", "readlink s"));
+    calls.failEach("readlink", EIO);
+    EXPECT_EQ(eAF_S_OK, CFileStorage_GetProvider()->StoreAll(1, region.database(), 0));
+    EXPECT_EQ(0u, calls.failures());
 }
 
 TEST_F(CFileStorageTest, SetFile_OfAnOpenLocationIsRefused) {

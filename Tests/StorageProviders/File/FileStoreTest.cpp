@@ -225,37 +225,6 @@ TEST_F(FileStoreTest, AnOwnerOfTheFile_IsKeptWhereTheProcessMayGiveItAway) {
     EXPECT_EQ(3, readOne());
 }
 
-TEST_F(FileStoreTest, ASymbolicLink_StaysOneAndLeadsToTheNewGeneration) {
-    fs::create_directory(in("data"));
-    for (const char *target : {"data/real", "data/other"}) { // there, and not there yet
-        const std::string link = in("link");
-        fs::remove(link);
-        fs::create_symlink(target, link);
-        for (std::int32_t i = 1; i <= 2; ++i) {
-            FileStore store(link);
-            EXPECT_EQ(in(target), store.name());
-            ASSERT_EQ(eAF_S_OK, store.open(Access::readWrite, messages));
-            ASSERT_EQ(eAF_S_OK, store.write({value(i)}, messages));
-        }
-        EXPECT_TRUE(fs::is_symlink(link));
-        EXPECT_TRUE(fs::is_regular_file(in(std::string(target) + ".1")));
-        EXPECT_FALSE(fs::exists(link + ".1"));
-    }
-}
-
-TEST_F(FileStoreTest, LinksThatLeadThroughEachOther_AreFollowedToTheEnd) {
-    fs::create_directories(in("data/newest"));
-    fs::create_directory_symlink("data/newest", in("current"));
-    fs::create_symlink(in("data") + "/../data/./newest/../real", in("data/newest/link")); // from the root on
-    fs::create_symlink("link", in("data/newest/second"));
-    EXPECT_EQ(in("data/real"), FileStore(in("current/second")).name());
-    EXPECT_EQ(in("data/x"), FileStore(in("current/../x")).name()) << "a link's parent is its target's";
-    EXPECT_EQ(in("a/c"), FileStore(in("./a//b/../c")).name());
-    EXPECT_EQ("/", FileStore("/../..").name());
-    fs::create_symlink("loop", in("loop"));
-    EXPECT_EQ(in("loop"), FileStore(in("loop")).name());
-}
-
 TEST_F(FileStoreTest, FilesDatedBeyond2038_AreReadAndSucceeded) {
     ASSERT_EQ(eAF_S_OK, write({value(1)}));
     ASSERT_EQ(eAF_S_OK, write({value(2)}));
@@ -270,29 +239,6 @@ TEST_F(FileStoreTest, FilesDatedBeyond2038_AreReadAndSucceeded) {
     EXPECT_EQ(3, readOne());
     EXPECT_EQ(file, FileStore(in("link")).name());
     EXPECT_TRUE(messages.complaints().empty());
-}
-
-TEST_F(FileStoreTest, ARelativeName_IsTakenAsItStandsWhenTheStoreIsMade) {
-    const fs::path earlier = fs::current_path();
-    fs::current_path(folder.name());
-    FileStore store("./x/../s");
-    fs::current_path(earlier);
-    EXPECT_EQ(file, store.name());
-    ASSERT_EQ(eAF_S_OK, store.open(Access::readWrite, messages));
-    ASSERT_EQ(eAF_S_OK, store.write({value(1)}, messages));
-    EXPECT_TRUE(fs::exists(file));
-}
-
-TEST_F(FileStoreTest, ARelativeNameInAFolderThatWasRemoved_IsAFolderThatIsMissing) {
-    const fs::path earlier = fs::current_path();
-    fs::create_directory(in("gone"));
-    fs::current_path(in("gone"));
-    fs::remove(in("gone"));
-    FileStore store("s");
-    EXPECT_EQ("s", store.name());
-    EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, store.open(Access::readWrite, messages));
-    EXPECT_THAT(messages.errors(), ElementsAre(AllOf(HasSubstr("s.lock"), HasSubstr("make the folder"))));
-    fs::current_path(earlier);
 }
 
 TEST_F(FileStoreTest, AnotherStoreOfAsManyGenerationsInItsPlace_IsReadAgainBeforeAnythingIsStored) {

@@ -336,6 +336,17 @@ int faccessat(int folder, const char *name, int mode, int flags) noexcept {
     return isWatched(name, file) && isFailing("faccessat", file) ? -1 : own(folder, name, mode, flags);
 }
 
+ssize_t readlink(const char *name, char *target, size_t size) noexcept {
+    static auto *const own = systems<ssize_t(const char *, char *, size_t)>("readlink");
+    std::string file;
+    return isWatched(name, file) && isFailing("readlink", file) ? -1 : own(name, target, size);
+}
+
+char *getcwd(char *name, size_t size) noexcept {
+    static auto *const own = systems<char *(char *, size_t)>("getcwd");
+    return watching != nullptr && isFailing("getcwd", "") ? nullptr : own(name, size);
+}
+
 int rename(const char *from, const char *to) noexcept {
     static auto *const own = systems<int(const char *, const char *)>("rename");
     std::string file;
