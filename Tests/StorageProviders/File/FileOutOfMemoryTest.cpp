@@ -283,7 +283,7 @@ TEST_P(FileProviderMemory, OfSetFile_IsSaidAndNamesNoFile) {
 
 TEST_P(FileProviderMemory, OfARetrieve_IsSaidAndTheStoreStaysAsItIs) {
     refuseEachOf(
-        40, [this] { prepareStored(5); },
+        30, [this] { prepareStored(5); },
         [this] { return inProvider([this] { return table->RetrieveAll(1, region.database(), 0); }); },
         [this](EAFResult /*code*/) {
             EXPECT_EQ(prepared, folder.files());
