@@ -220,17 +220,18 @@ TEST_F(FoundByFailures, AnSqliteStoreBehindALinkThatCouldNotBeReadOnce_HasNoSeco
     }
 }
 
-/// What others added to a database may make SQLite put aside more than its buffers hold. It would look for a folder
-/// that takes files, with access, and fail where the controller has none: it does so in memory.
+/// A trigger of somebody else's may sort more than SQLite's buffers hold. It would look for a folder that takes files,
+/// with access, and fail where the controller has none: it does so in memory.
 TEST_F(FoundByFailures, AnSqliteStoreThatNeedsRoomForItsOwnWork_AsksForNoFolder) {
     sqlite3 *database = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &database));
     EXPECT_EQ(SQLITE_OK, sqlite3_exec(database,
-                                      "CREATE TABLE log(id INTEGER PRIMARY KEY, text);"
-                                      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<2000)"
-                                      " INSERT INTO log(text) SELECT zeroblob(500) FROM n;"
+                                      "CREATE TABLE log(text);"
                                       "CREATE TRIGGER noted AFTER UPDATE ON variable BEGIN"
-                                      " UPDATE log SET text=zeroblob(501); END;",
+                                      " INSERT INTO log WITH RECURSIVE n(i) AS"
+                                      " (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<8000)"
+                                      " SELECT zeroblob(500+i%7) FROM n ORDER BY 1;"
+                                      "END",
                                       nullptr, nullptr, nullptr));
     EXPECT_EQ(SQLITE_OK, sqlite3_close(database));
     StoredValues changed = values;
@@ -247,6 +248,7 @@ TEST_F(FoundByFailures, AnSqliteStoreThatNeedsRoomForItsOwnWork_AsksForNoFolder)
     EXPECT_EQ(changed, found);
     EXPECT_EQ(0u, FailingCalls::counted(callNamed("access"), FailingCalls::Thread::test));
     FailingCalls::failNone();
+    EXPECT_GT(std::filesystem::file_size(file), 8000u * 500u) << "the trigger ran";
 }
 
 /// A thread that is not detached keeps its stack for ever: nobody joins it.
