@@ -244,9 +244,9 @@ TEST_F(StoreTool, ANameThatCanNotBeFollowed_IsUnreadableAndSaysWhere) {
     }
     EXPECT_FALSE(fs::exists(in("loop.lock")));
     EXPECT_TRUE(fs::is_symlink(in("loop")));
-    const std::string longest(255, 'n');
-    make("a", false, radio());
-    EXPECT_EQ(0, tool("dump a " + longest).exitCode) << "no part of the store is named so: " << longest;
+    const std::string longest(250, 'n'); // with the end of a journal's name it is none
+    make(longest, false, radio());
+    EXPECT_EQ(0, tool("dump " + longest + " a.json").exitCode);
 }
 
 bool hasOpen(const fs::path &process, const fs::path &file) {
