@@ -228,6 +228,20 @@ TEST_F(StoreTool, Dump_ReplacesAFileWholeAndKeepsItsModeAndLinks) {
     EXPECT_TRUE(fs::is_symlink(in("link.json")));
 }
 
+// A link that could not be followed to a file was taken for none, and replaced.
+TEST_F(StoreTool, Dump_KeepsALinkWhoseFileIsNotThereYet_AndOneThatLeadsNowhere) {
+    make("a", true, radio());
+    fs::create_symlink("new.json", in("link.json"));
+    EXPECT_EQ(0, tool("dump a link.json").exitCode);
+    EXPECT_TRUE(fs::is_symlink(in("link.json")));
+    EXPECT_EQ(tool("dump a").out, bytesOf(in("new.json")));
+    fs::create_symlink("circle.json", in("circle.json"));
+    const Outcome outcome = tool("dump a circle.json");
+    EXPECT_EQ(5, outcome.exitCode);
+    EXPECT_THAT(outcome.err, HasSubstr("circle.json"));
+    EXPECT_TRUE(fs::is_symlink(in("circle.json")));
+}
+
 TEST_F(StoreTool, Dump_ThatFails_LeavesTheFileAsItWas) {
     make("a", true, everySort());
     std::ofstream(in("out.json")) << "precious";
@@ -246,6 +260,7 @@ TEST_F(StoreTool, Dump_WritesThroughAPipe) {
     EXPECT_EQ(0,
               run("mkfifo p; timeout 60 cat p >got & timeout 60 zaf-store dump a p; r=$?; wait; (exit $r)").exitCode);
     EXPECT_EQ(tool("dump a").out, bytesOf(in("got")));
+    EXPECT_EQ(tool("dump a").out, run("zaf-store dump a /dev/stdout | cat").out);
     EXPECT_EQ(7, tool("dump a /dev/full").exitCode);
 }
 

@@ -4,15 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "Fault.h"
+#include "StoreNames.h"
 
 namespace {
 
@@ -37,8 +36,11 @@ int writeAll(int descriptor, std::string_view text) {
 
 /// @return the file behind symbolic links, so that those stay.
 std::string targetOf(const std::string &file) {
-    std::array<char, PATH_MAX> resolved{};
-    return realpath(file.c_str(), resolved.data()) != nullptr ? resolved.data() : file;
+    storage::ResolvedName name = storage::resolveName(file);
+    if (!name.problem.empty()) {
+        throw Fault(ExitNotWritten, name.problem);
+    }
+    return std::move(name.file);
 }
 
 void writeThrough(const std::string &file, const std::string &text) {
@@ -102,12 +104,11 @@ void finishOutput() {
 }
 
 void writeFile(const std::string &file, const std::string &text) {
-    const std::string target = targetOf(file);
     struct stat status {};
-    const bool isThere = stat(target.c_str(), &status) == 0;
+    const bool isThere = stat(file.c_str(), &status) == 0;
     if (isThere && !S_ISREG(status.st_mode)) {
-        writeThrough(target, text);
+        writeThrough(file, text); // what it leads to need not have a name: a pipe has none
     } else {
-        replace(target, text, isThere ? &status : nullptr);
+        replace(targetOf(file), text, isThere ? &status : nullptr);
     }
 }

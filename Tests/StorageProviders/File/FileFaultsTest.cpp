@@ -300,4 +300,16 @@ TEST_F(FileInterruptions, AWriteThatTakesNothing_IsAFailureAndNoEndlessLoop) {
     EXPECT_THAT(folder.files(), IsEmpty());
 }
 
+TEST_F(FileInterruptions, AFileThatIsCutWhileItIsRead_IsAsDamagedAsOneThatIsEmpty) {
+    ASSERT_EQ(eAF_S_OK, write({value(1)}));
+    FileStore store(file);
+    {
+        SystemCalls calls(folder.name());
+        calls.giveNothing();
+        EXPECT_EQ(eAF_E_FAILED, store.open(Access::readOnly, messages));
+    }
+    EXPECT_THAT(messages.errors(), testing::ElementsAre(AllOf(HasSubstr(file), HasSubstr("damaged"))));
+    EXPECT_EQ(1, readOne());
+}
+
 } // namespace

@@ -27,6 +27,7 @@ struct State {
     std::string failingCall;
     bool isInterrupting = false;
     bool isTakingNothing = false;
+    bool isGivingNothing = false;
     std::set<std::string> interrupted; ///< Calls that come again.
     std::uint64_t bytes = 0;
     std::size_t failures = 0;
@@ -146,6 +147,10 @@ void SystemCalls::takeNothing() {
     watching->isTakingNothing = true;
 }
 
+void SystemCalls::giveNothing() {
+    watching->isGivingNothing = true;
+}
+
 const std::vector<std::string> &SystemCalls::calls() const {
     return watching->calls;
 }
@@ -218,7 +223,10 @@ ssize_t read(int descriptor, void *bytes, size_t length) {
     if (!isWatched(descriptor, file)) {
         return own(descriptor, bytes, length);
     }
-    return isInterrupted("read", file) || isFailing("read", file) ? -1 : own(descriptor, bytes, half(length));
+    if (isInterrupted("read", file) || isFailing("read", file)) {
+        return -1;
+    }
+    return watching->isGivingNothing ? 0 : own(descriptor, bytes, half(length));
 }
 
 ssize_t write(int descriptor, const void *bytes, size_t length) {

@@ -37,6 +37,8 @@ public:
     void interrupt();
     /// Writes answer that they took no byte.
     void takeNothing();
+    /// Reads find the file's end at once.
+    void giveNothing();
 
     /// The calls since, as "rename", "open s.new".
     const std::vector<std::string> &calls() const;
