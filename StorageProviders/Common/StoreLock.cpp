@@ -57,8 +57,7 @@ EAFResult StoreLock::acquire(const std::string &storeFile, Report &report) {
         return eAF_S_OK;
     }
     const std::string name = storeFile + ".lock";
-    const std::size_t slash = storeFile.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : storeFile.substr(0, slash + 1);
+    const std::string folder = storeFile.substr(0, storeFile.rfind('/') + 1);
     const int descriptor = open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, lockMode);
     if (descriptor == -1) {
         const int error = errno;

@@ -20,6 +20,7 @@ public:
     StoreLock(const StoreLock &) = delete;
     StoreLock &operator=(const StoreLock &) = delete;
 
+    /// @param storeFile  from the root on.
     /// @retval eAF_S_OK                    held from now on, or already.
     /// @retval eAF_W_WARNING               the folder takes no file: nothing is locked, nothing was reported.
     /// @retval eAF_E_ALREADY_INITIALIZED   another process, or another lock of this one, holds it; reported.

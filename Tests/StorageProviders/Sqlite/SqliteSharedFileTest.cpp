@@ -160,6 +160,10 @@ TEST_F(SqliteSharedFileTest, Locations_AreListedInOrder) {
     test::writeFile(file, "no store");
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, SqliteStore::locations(file, ids, report));
     EXPECT_THAT(ids, ElementsAre());
+    std::filesystem::remove(file);
+    std::filesystem::create_symlink(file, file);
+    EXPECT_EQ(eAF_E_INITIALIZATION_ERROR, SqliteStore::locations(file, ids, report)) << "it leads in a circle";
+    EXPECT_THAT(ids, ElementsAre());
 }
 
 TEST_F(SqliteSharedFileTest, WhatOneReadSetAside_TheOtherLocationsStoreWholeOrNotAtAll) {
