@@ -21,6 +21,7 @@
 #include "CApplicationFramework.h"
 #include "ChildProgram.h"
 #include "EventService.h"
+#include "SameTest.h"
 
 namespace {
 
@@ -115,15 +116,18 @@ protected:
         }
     }
 
+    void SetUp() override {
+        if (const std::string reason = isHost() ? "" : obstacle(); !reason.empty()) {
+            GTEST_SKIP() << reason;
+        }
+    }
+
     static bool isHost() { return std::getenv(portOfHost) != nullptr; }
 
     /// Runs the host's part of this test.
     static void runHost() {
-        const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
-        const std::string name = std::string(test.test_suite_name()) + "." + test.name();
-        const ProgramOf host(hostsUser, {THIS_PROGRAM, "--gtest_filter=" + name});
-        EXPECT_EQ(0, host.exitCode()) << host.output() << host.errors();
-        EXPECT_THAT(host.output(), HasSubstr("[  PASSED  ] 1 test."));
+        const ProgramOf host(hostsUser, test::sameTest());
+        test::expectPassed(host);
     }
     static ProgramOf foreign(std::vector<std::string> words) {
         words.insert(words.begin(), FOREIGN_PROGRAM);
@@ -183,9 +187,6 @@ TEST_P(OpenQueuesOfAnotherUser, AreTheOnesThatTheHostUses) {
         EXPECT_NO_FATAL_FAILURE(unInitialize());
         return;
     }
-    if (const std::string reason = obstacle(); !reason.empty()) {
-        GTEST_SKIP() << reason;
-    }
     occupy();
     runForeign({"flood", m_listenersQueue, std::to_string(foreignEvent), "2"});
     runForeign({"flood", m_tasksQueue, std::to_string(foreignEvent), "1"});
@@ -217,9 +218,6 @@ TEST_P(ClosedQueuesOfAnotherUser, AreRefusedToTheHostWithItsCodes) {
         EXPECT_THAT(other.ids(), ElementsAre(ownEvent));
         EXPECT_NO_FATAL_FAILURE(unInitialize());
         return;
-    }
-    if (const std::string reason = obstacle(); !reason.empty()) {
-        GTEST_SKIP() << reason;
     }
     occupy();
     runHost();
@@ -257,9 +255,6 @@ TEST_P(QueuesUnderAUmask, AreOpenToAnotherUserAsFarAsItLetsThem) {
         EXPECT_EQ(eAF_S_OK, CEventHandler_FireEventWithData(ownEvent, dataOf(0x7654)));
         EXPECT_NO_FATAL_FAILURE(unInitialize()); // the queue stays, with its message
         return;
-    }
-    if (const std::string reason = obstacle(); !reason.empty()) {
-        GTEST_SKIP() << reason;
     }
     runHost();
     ASSERT_EQ(hostsUser, ownerOf(m_listenersQueue));

@@ -14,12 +14,12 @@
 
 #include "ChildProgram.h"
 #include "EventService.h"
+#include "SameTest.h"
 
 namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr std::uint32_t event = 1;
 
@@ -106,11 +106,8 @@ TEST_P(UsedUpQueues, FailWithTheirCodesUntilThereAreSomeAgain) {
     if (test::ChildProgram("/usr/bin/unshare", withOwnQueues({"/bin/true"})).exitCode() != 0) {
         GTEST_SKIP() << "the system gives no program queues of its own";
     }
-    const testing::TestInfo &test = *testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = std::string(test.test_suite_name()) + "." + test.name();
-    test::ChildProgram again("/usr/bin/unshare", withOwnQueues({THIS_PROGRAM, "--gtest_filter=" + name}));
-    EXPECT_EQ(0, again.exitCode()) << again.output() << again.errors();
-    EXPECT_THAT(again.output(), HasSubstr("[  PASSED  ] 1 test."));
+    test::ChildProgram again("/usr/bin/unshare", withOwnQueues(test::sameTest()));
+    test::expectPassed(again);
 }
 
 INSTANTIATE_TEST_SUITE_P(, UsedUpQueues,
