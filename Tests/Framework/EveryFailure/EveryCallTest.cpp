@@ -122,9 +122,8 @@ protected:
     }
 
     void expectAsAnswered(const Step &step, std::uint32_t code) {
-        const std::string held = scenario.notAsAnswered(step, code);
-        if (!held.empty()) {
-            deviates(step, "answered that it has stored " + scenario.inVariables() + ", and the store holds " + held);
+        if (const std::string how = scenario.notAsAnswered(step, code); !how.empty()) {
+            deviates(step, how);
         }
     }
 

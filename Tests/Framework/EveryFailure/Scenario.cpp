@@ -381,7 +381,8 @@ std::string Scenario::notAsAnswered(const Step &step, std::uint32_t code) {
         return "";
     }
     const std::string held = stored();
-    return held != inVariables() ? held : "";
+    return held == inVariables() ? ""
+                                 : "answered that it has stored " + inVariables() + ", and the store holds " + held;
 }
 
 std::string Scenario::tearDown() {

@@ -126,7 +126,7 @@ public:
     /// What a store would hold that has taken everything that stands in the host's variables.
     std::string inVariables() const;
 
-    /// @return what the store holds other than it is to after the step has answered so; empty when nothing.
+    /// @return how the store belies what the step has answered; empty when it does not.
     std::string notAsAnswered(const Step &step, std::uint32_t code);
 
     /// After the last step, or instead of those that are left: whatever is still there is taken down, also when a step
