@@ -137,6 +137,22 @@ TEST_F(EventTaskFaults, WithoutASemaphore_CreateFailsBeforeAnyThreadOrQueue) {
     EXPECT_THAT(test::callsOfOthers(), ElementsAre("sem_init 0 1"));
 }
 
+TEST_F(EventTaskFaults, WithoutASemaphore_TheRecordIsItsOwnersAgain) {
+    {
+        const Failing failing(Call::semInit, ENOSYS);
+        ASSERT_EQ(eAF_E_FAILED, create());
+    }
+    CEventHandler_Initialize(1, 1);
+    test::Listener queueOwner("A");
+    queueOwner.add();
+    const test::RawQueue queue(queueOwner.queue());
+    m_task.queue = queue.descriptor();
+    SEventDataMessage message{1, nullptr, 0};
+    ASSERT_EQ(eAF_S_OK, CEventTask_HandleEvent(&m_task, &message)) << "used as it stands, like one never created";
+    queue.receive();
+    m_task.queue = -1;
+}
+
 TEST_F(EventTaskFaults, WithoutAThread_CreateFailsBeforeTheQueueAndKeepsTheSemaphore) {
     {
         const Failing failing(Call::pthreadCreate, EAGAIN);

@@ -109,7 +109,7 @@ OpenCall lastOpenCall();
 std::size_t lastStackSize();
 /// What it answers.
 void setStackSizeAnswer(int answer);
-/// Thread attributes that were made and not destroyed.
+/// Thread attributes that this thread made and did not destroy.
 int threadAttributesAlive();
 
 } // namespace test
