@@ -179,16 +179,4 @@ TEST_F(EventTaskRegression, WakeUpsThatOthersTook_ComeAgainWithTheNextTask) {
     EXPECT_TRUE(eventually([this] { return workerHasLeft(); }));
 }
 
-// The worker held the lock of all tasks while it waited for the semaphore.
-TEST_F(EventTaskRegression, ASemaphoreThatSomebodyTook_HoldsUpNoOtherTask) {
-    // Taken between Create and the worker's turn where the worker is slow, or after it: both must go on.
-    ASSERT_EQ(eAF_S_OK, operations->Create(&task, "RT", 0, 2048, 12, 1));
-    sem_trywait(&task.semaphore);
-    EXPECT_EQ(eAF_S_OK, operations->Start(&task));
-    EXPECT_TRUE(eventually([&] { return operations->IsRunning(&task) == 1; }));
-    EXPECT_EQ(eAF_S_OK, operations->Stop(&task));
-    operations->Destroy(&task);
-    EXPECT_TRUE(workersLeft(0));
-}
-
 } // namespace

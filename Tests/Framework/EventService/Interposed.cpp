@@ -23,6 +23,7 @@
 extern "C" {
 __attribute__((weak)) int __interceptor_pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
 __attribute__((weak)) int __interceptor_sem_init(sem_t *, int, unsigned int);
+__attribute__((weak)) int __interceptor_sem_trywait(sem_t *);
 __attribute__((weak)) int __interceptor_sem_destroy(sem_t *);
 __attribute__((weak)) passwd *__interceptor_getpwuid(uid_t);
 }
@@ -133,6 +134,8 @@ void forwardEverything() {
     replacements().fireFromMessage = nullptr;
     replacements().beforeReceive = nullptr;
     replacements().beforeSend = nullptr;
+    replacements().beforeThread = nullptr;
+    replacements().beforeUserName = nullptr;
 }
 
 std::vector<std::string> calls() {
@@ -273,6 +276,14 @@ int sem_init(sem_t *semaphore, int isShared, unsigned int value) noexcept {
     return forward(semaphore, isShared, value);
 }
 
+int sem_trywait(sem_t *semaphore) noexcept {
+    if (const int error = faultNow(Call::semTrywait)) {
+        return failWith(error);
+    }
+    static const auto forward = next<int (*)(sem_t *)>("sem_trywait", __interceptor_sem_trywait);
+    return forward(semaphore);
+}
+
 int sem_destroy(sem_t *semaphore) noexcept {
     log("sem_destroy");
     static const auto forward = next<int (*)(sem_t *)>("sem_destroy", __interceptor_sem_destroy);
@@ -303,6 +314,9 @@ int pthread_attr_setstacksize(pthread_attr_t * /*attributes*/, std::size_t size)
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
                    void *argument) noexcept(true) {
     log("pthread_create");
+    if (const auto first = replacements().beforeThread.get()) {
+        first();
+    }
     if (const int error = faultNow(Call::pthreadCreate)) {
         return error;
     }
@@ -312,6 +326,9 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
 }
 
 passwd *getpwuid(uid_t user) {
+    if (const auto first = replacements().beforeUserName.get()) {
+        first();
+    }
     if (faultNow(Call::getpwuid) != 0) {
         return nullptr;
     }

@@ -30,6 +30,7 @@ enum class Call : std::uint32_t {
     mqClose,
     mqUnlink,
     semInit,
+    semTrywait,
     semDestroy,
     pthreadCreate,
     getpwuid,
@@ -77,6 +78,8 @@ struct Replacements {
     Replacement<EAFResult(SEventDataMessage *)> fireFromMessage;
     Replacement<void(mqd_t)> beforeReceive; ///< The receive goes to the system after it.
     Replacement<void(mqd_t)> beforeSend;    ///< Likewise; what it sends itself comes here too.
+    Replacement<void()> beforeThread;       ///< pthread_create goes to the system after it.
+    Replacement<void()> beforeUserName;     ///< Likewise getpwuid.
 };
 Replacements &replacements();
 void forwardEverything();

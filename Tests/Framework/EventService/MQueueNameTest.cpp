@@ -1,16 +1,33 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "CApplicationFramework.h"
 #include "CFrameworkUtils.h"
 #include "TraceRecorder.h"
+
+/// As the C library's, it answers in memory of its own, which the next call writes over; here that shows for a while.
+passwd *getpwuid(uid_t user) { // NOLINT(readability-inconsistent-declaration-parameter-name): a reserved name there
+    static const auto forward = reinterpret_cast<passwd *(*)(uid_t)>(dlsym(RTLD_NEXT, "getpwuid"));
+    static passwd answer;
+    static std::array<char, 256> name;
+    name = {"somebody else"};
+    sched_yield();
+    answer = *forward(user);
+    name[std::string(answer.pw_name).copy(name.data(), name.size() - 1)] = '\0';
+    answer.pw_name = name.data();
+    return &answer;
+}
 
 namespace {
 
@@ -104,6 +121,20 @@ TEST_F(MQueueName, WithoutBufferOrSuffix_IsRefusedWithoutATrace) {
     EXPECT_EQ(eAF_E_INVALID_ARGUMENT, CFrameworkUtils_GetMQueueName(m_buffer.data(), 10, nullptr));
     expectUntouchedFrom(0);
     EXPECT_EQ(0u, TraceRecorder::traceCalls());
+}
+
+TEST_F(MQueueName, IsWholeForEachOfSeveralThreads) {
+    TraceRecorder::reset(test::levelOf(eAF_DEBUG) - 1); // The recorder's own lock would put the threads in an order.
+    const auto askAgainAndAgain = [this] {
+        std::array<char, 512> buffer{};
+        for (int i = 0; i < 1000; ++i) {
+            EXPECT_EQ(eAF_S_OK, CFrameworkUtils_GetMQueueName(buffer.data(), std::int32_t{buffer.size()}, "Lee"));
+            EXPECT_EQ(m_name, buffer.data());
+        }
+    };
+    std::thread other(askAgainAndAgain);
+    askAgainAndAgain();
+    other.join();
 }
 
 TEST_F(MQueueName, WithDebugTracingOff_IsNotTraced) {
