@@ -189,10 +189,8 @@ EAFResult CStorageObject_AddObject(CStorageObject *parent, CStorageObject *child
         return eAF_E_NAME_NOT_UNIQUE;
     }
     CVariable *wrapper = allocateVariable();
-    if (wrapper == nullptr) {
-        return eAF_E_OUT_OF_MEMORY;
-    }
-    if (CVariable_Construct(wrapper, nullptr, TYPE_OBJECT, 1, name, nullptr) == eAF_E_OUT_OF_MEMORY) {
+    if (wrapper == nullptr ||
+        CVariable_Construct(wrapper, nullptr, TYPE_OBJECT, 1, name, nullptr) == eAF_E_OUT_OF_MEMORY) {
         delete[] wrapper;
         return eAF_E_OUT_OF_MEMORY;
     }
