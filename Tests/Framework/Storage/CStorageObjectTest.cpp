@@ -275,6 +275,29 @@ TEST_F(CStorageObjectTest, GetVariableByName_FindsItsOwnVariablesOnly) {
     CStorageObject_Destruct(&object); // while the child lives
 }
 
+TEST_F(CStorageObjectTest, GetVariableByName_ComparesNamesToTheirEnds) {
+    const std::string longest(119, 'n');
+    ASSERT_EQ(eAF_S_OK, create({{&content, TYPE_INT32, 1, longest.c_str(), nullptr},
+                                {&content, TYPE_INT32, 1, "TxAttenuation", nullptr},
+                                {&content, TYPE_INT32, 1, "RxAttenuation", nullptr},
+                                {&content, TYPE_INT32, 1, "Rx", nullptr}}));
+    for (const std::string &name : {longest, std::string("TxAttenuation"), std::string("RxAttenuation")}) {
+        EXPECT_EQ(name, find(name.c_str())->name);
+    }
+    EXPECT_STREQ("Rx", find("Rx")->name);
+    CVariable *variable = nullptr;
+    for (const std::string &name :
+         {longest + "n", longest + std::string(1000, 'n'), longest.substr(1), std::string("FxAttenuation"),
+          std::string("Attenuation"), std::string("x"), std::string("RxA"), std::string()}) {
+        EXPECT_EQ(0u, CStorageObject_GetVariableByName(&object, name.c_str(), &variable)) << name;
+        EXPECT_EQ(nullptr, variable) << name;
+    }
+    find("Rx")->name[0] = '\0'; // one that lost its name answers to none
+    for (const std::string &name : {std::string(), std::string("Rx"), longest + "n"}) {
+        EXPECT_EQ(0u, CStorageObject_GetVariableByName(&object, name.c_str(), &variable)) << name;
+    }
+}
+
 TEST_F(CStorageObjectTest, GetVariableByName_TracesEachNullArgumentOnceAndInOrder) {
     const Line noObject{"CStorageObject_GetVariableByName",
                         "CStorageObject_GetVariableByName is calling with pThis = NULL", eAF_E_INVALID_ARGUMENT};

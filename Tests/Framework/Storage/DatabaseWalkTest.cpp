@@ -185,6 +185,16 @@ TEST_F(DatabaseWalk, EachFailingArrayElement_IsTracedAndTheOthersAreWalked) {
                                                        line("Failed to handle object array element", eAF_E_FAILED)));
 }
 
+TEST_F(DatabaseWalk, WhatIsWholeBehindAFailure_MakesNoSuccessOfIt) {
+    tree.nested(radio, "Broken")->name[0] = '\0';
+    tree.integer(tree.nested(radio, "Tx"), "Lo");
+    tree.integer(tree.objectArray(radio, "Channels", {"C1"})[0], "P");
+    EXPECT_EQ(eAF_E_FAILED, walk());
+    EXPECT_THAT(paths(), ElementsAre("Cfg/Radio/Tx/Lo", "Cfg/Radio/C1/P"));
+    EXPECT_THAT(TraceRecorder::failures(), ElementsAre(line("Could not get object name", eAF_E_FAILED),
+                                                       line("Failed to handle nested object", eAF_E_FAILED)));
+}
+
 TEST_F(DatabaseWalk, TheElementCount_IsReadBeforeEachElement) {
     const auto &channels = tree.objectArray(radio, "Channels", {"C1", "C2"});
     tree.integer(channels[0], "P");

@@ -258,6 +258,18 @@ TEST_F(VariableLookup, ContentAddressByPath_OfAFreedVariable_NeverLeadsToWhoever
     EXPECT_EQ(3, *static_cast<std::int32_t *>(content)) << "a path that is filed anew leads to the new variable";
 }
 
+TEST_F(VariableLookup, ContentAddressByPath_OfAVariableThatWasFreedBeforeItsPathWasFiled_IsUnknown) {
+    update();
+    registerOwned("Gone", 1);
+    ASSERT_EQ(eAF_S_OK, CStorageManager_RemoveRegionFromLocation("Gone", 1));
+    update();
+    void *content = nullptr;
+    EXPECT_EQ(eAF_E_UNKNOWN_VARIABLE, CStorageManager_GetVariableContentAddressByPath("Gone/O/V", &content, nullptr));
+    EXPECT_EQ(nullptr, content);
+    EXPECT_EQ(eAF_S_OK, CStorageManager_GetVariableContentAddressByPath("Cfg/Radio/Tx/Lo", &content, nullptr));
+    EXPECT_EQ(lo->content, content);
+}
+
 TEST_F(VariableLookup, ContentAddressByPath_OfAFreedVariableWhosePathWasCut_FailsToo) {
     CStorageRegion *region = tree.region("Deep", 1);
     CStorageObject *object = tree.objectIn(region, "O");

@@ -220,11 +220,16 @@ TEST(FileFormat, TwoRecordsOfOnePath_AreDamage) {
     EXPECT_TRUE(store.values.empty());
 }
 
+ByHand headerByHand(std::uint32_t noOfRecords, std::uint64_t size) {
+    ByHand header(false);
+    header.text("ZAFSTORE").number(0x01020304U).number(1U).number(64U).number(noOfRecords).number(std::uint64_t{1});
+    header.number(size).checksum(0);
+    return header;
+}
+
 TEST(FileFormat, ATypeThatIsNotPlain_IsDamage) {
     for (const std::uint32_t type : {21U, 22U, 0xFFFFFFFFU}) {
-        ByHand byHand(false);
-        byHand.text("ZAFSTORE").number(0x01020304U).number(1U).number(64U).number(1U).number(std::uint64_t{1});
-        byHand.number(std::uint64_t{44 + 25 + 4}).checksum(0);
+        ByHand byHand = headerByHand(1, 44 + 25 + 4);
         byHand.number(21U);
         const std::size_t begin = byHand.size();
         byHand.number(type).number(1U).number(1U).text("V").text("abcd").checksum(begin);
@@ -232,6 +237,29 @@ TEST(FileFormat, ATypeThatIsNotPlain_IsDamage) {
         const auto store = unpackStore(byHand.bytes());
         EXPECT_EQ(StoreState::damaged, store.state);
         EXPECT_EQ("record 0 is damaged: its type " + std::to_string(type) + " is unknown", store.why);
+    }
+}
+
+TEST(FileFormat, ARecordThatIsTooShortOrNotThere_IsDamage) {
+    for (std::uint32_t length = 0; length < 16; ++length) { // 16 are its type, its two counts and its checksum
+        ByHand byHand = headerByHand(1, 44 + 4 + length + 4);
+        byHand.number(length).text(std::string(length, '\0')).checksum(0);
+        const auto store = unpackStore(byHand.bytes());
+        EXPECT_EQ(StoreState::damaged, store.state) << length;
+        EXPECT_EQ("record 0 is damaged: it ends too early or its length is wrong", store.why) << length;
+    }
+    for (std::uint32_t rest = 0; rest < 4; ++rest) { // not as much as its length
+        const auto store = unpackStore(headerByHand(1, 44 + rest).text(std::string(rest, '\0')).bytes());
+        EXPECT_EQ(StoreState::damaged, store.state) << rest;
+        EXPECT_EQ("record 0 is damaged: it ends too early or its length is wrong", store.why) << rest;
+    }
+}
+
+TEST(FileFormat, AHeaderWithoutTheChecksumBehindIt_IsDamage) {
+    for (std::uint32_t rest = 0; rest < 4; ++rest) {
+        const auto store = unpackStore(headerByHand(0, 44 + rest).text(std::string(rest, '\0')).bytes());
+        EXPECT_EQ(StoreState::damaged, store.state) << rest;
+        EXPECT_EQ("its checksum is wrong", store.why) << rest;
     }
 }
 

@@ -110,6 +110,7 @@ TEST_F(SqliteFormatTest, AMendedValueThatFits_IsTaken) {
         {valueOf<double>("V", TYPE_DOUBLE, {1}), "'-inf'", valueOf<double>("V", TYPE_DOUBLE, {-infinity})},
         {stringValue("V", "12345"), "'ab'", stringValue("V", std::string("ab\0\0\0", 5))},
         {stringValue("V", "12345"), "'54321'", stringValue("V", "54321")},
+        {stringValue("V", ""), "x''", stringValue("V", "")},
         {stringValue("V", "12345"), "x'0001020304'", stringValue("V", std::string("\0\1\2\3\4", 5))},
         {valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {1, 2}), "' [ -1 ,\n 127 ] '",
          valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {-1, 127})},
@@ -149,6 +150,7 @@ TEST_F(SqliteFormatTest, AMendedValueThatDoesNotFit_IsReportedAndCountsAsNotStor
         {valueOf<double>("V", TYPE_DOUBLE, {1}), "x'00'", "a blob of 1 bytes, which does not fit DOUBLE[1]"},
         {stringValue("V", "12"), "'123'", "holds a text of 3 bytes, which does not fit STRING[2]"},
         {stringValue("V", "12"), "x'00'", "holds a blob of 1 bytes, which does not fit STRING[2]"},
+        {stringValue("V", "12"), "x''", "holds a blob of 0 bytes, which does not fit STRING[2]"},
         {stringValue("V", "12"), "12", "holds 12, which does not fit STRING[2]"},
         {valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {1, 2}), "'[1,128]'", "holds element 1 is 128, which"},
         {valueOf<std::uint8_t>("V", TYPE_UINT8_ARRAY, {1, 2}), "'[1,2x]'", "holds element 1 is 2x, which"},
@@ -175,6 +177,33 @@ TEST_F(SqliteFormatTest, AMendedValueThatDoesNotFit_IsReportedAndCountsAsNotStor
         // A store replaces what did not fit.
         store({row.value});
         EXPECT_EQ(StoredValues{row.value}, stored()) << row.sql;
+    }
+}
+
+TEST_F(SqliteFormatTest, WhatStandsAroundANumber_FitsNoType) {
+    const StoredValue values[] = {
+        valueOf<std::int8_t>("V", TYPE_INT8, {1}),     valueOf<std::int8_t>("V", TYPE_INT8_ARRAY, {1}),
+        valueOf<std::uint8_t>("V", TYPE_UINT8, {1}),   valueOf<std::uint8_t>("V", TYPE_UINT8_ARRAY, {1}),
+        valueOf<std::int16_t>("V", TYPE_INT16, {1}),   valueOf<std::int16_t>("V", TYPE_INT16_ARRAY, {1}),
+        valueOf<std::uint16_t>("V", TYPE_UINT16, {1}), valueOf<std::uint16_t>("V", TYPE_UINT16_ARRAY, {1}),
+        valueOf<std::int32_t>("V", TYPE_INT32, {1}),   valueOf<std::int32_t>("V", TYPE_INT32_ARRAY, {1}),
+        valueOf<std::uint32_t>("V", TYPE_UINT32, {1}), valueOf<std::uint32_t>("V", TYPE_UINT32_ARRAY, {1}),
+        valueOf<float>("V", TYPE_FLOAT, {1}),          valueOf<float>("V", TYPE_FLOAT_ARRAY, {1}),
+        valueOf<double>("V", TYPE_DOUBLE, {1}),        valueOf<double>("V", TYPE_DOUBLE_ARRAY, {1}),
+    };
+    for (const StoredValue &value : values) {
+        const bool isArray = storage::isArray(value.type);
+        for (const std::string &text :
+             std::vector<std::string>{"x2", "2x", "2 3", "nan:7fc00001x", "nan:7ff8000000000001x"}) {
+            const std::string sql = isArray && text[0] != 'n' ? "'[" + text + "]'"
+                                    : isArray                 ? "'[\"" + text + "\"]'"
+                                                              : "'" + text + "'";
+            EXPECT_EQ(StoredValues{}, mended(value, sql)) << sql;
+            const std::string name(storage::typeName(value.type));
+            EXPECT_THAT(report.warnings(), HasSubstr(text)) << sql;
+            EXPECT_THAT(report.warnings(), HasSubstr("which does not fit " + name + "[1]; it counts as not stored"))
+                << sql;
+        }
     }
 }
 
